@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Configures and builds one build tree: scripts/build.sh [release|asan] (default release).
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+kind=${1:-release}
+case "$kind" in
+  release) dir=build; flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
+  asan)    dir=build-asan; flags=(-DCMAKE_BUILD_TYPE=Debug -DLLDP_SANITIZE=ON) ;;
+  *) echo "usage: $0 [release|asan]" >&2; exit 2 ;;
+esac
+jobs=$(nproc)
+cmake -S "$top" -B "$top/$dir" -G Ninja -DLLDP_WERROR=ON "${flags[@]}" >/dev/null
+cmake --build "$top/$dir" -j "$jobs"

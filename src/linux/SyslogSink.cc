@@ -1,0 +1,19 @@
+// The syslog destination of log messages: "%ID: text" at the message's severity.
+#include "linux/SyslogSink.h"
+
+#include <syslog.h>
+
+#include "platform/Log.h"
+
+namespace Linux {
+
+void syslogSinkIs(const char* identity) {
+  openlog(identity, LOG_PID | LOG_NDELAY, LOG_DAEMON);
+  Platform::logSinkIs([](const Platform::LogMessage& m, std::string_view text) {
+    // Platform severities are numbered as syslog's.
+    syslog(static_cast<int>(m.severity), "%%%s: %.*s", m.id, static_cast<int>(text.size()),
+           text.data());
+  });
+}
+
+}  // namespace Linux

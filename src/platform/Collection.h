@@ -1,0 +1,219 @@
+// Keyed collections of records: ordered (std::map) or hashed, walkable while they change.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace Platform {
+
+// Storage plus the bookkeeping that keeps live iterators valid across erase (and, for hashed
+// storage, across an insert that rehashes). Members removed while a walk is on are skipped;
+// members added may or may not be visited by that walk. An empty collection costs two pointers:
+// records carry many collections that are usually empty.
+template <class Map>
+class Coll {
+ public:
+  using key_type = typename Map::key_type;
+  using mapped_type = typename Map::mapped_type;
+  using value_type = typename Map::value_type;
+  using MapIter = typename Map::const_iterator;
+
+  struct sentinel {};
+
+  class iterator {
+   public:
+    iterator(const Coll* coll, MapIter it) : coll_(coll), it_(it) { link(); }
+    iterator(const iterator& o) : coll_(o.coll_), it_(o.it_), pending_(o.pending_) { link(); }
+    iterator& operator=(const iterator&) = delete;
+    ~iterator() { unlink(); }
+
+    const value_type& operator*() const { return *it_; }
+    const value_type* operator->() const { return &*it_; }
+    const key_type& key() const { return it_->first; }
+    const mapped_type& value() const { return it_->second; }
+    iterator& operator++() {
+      if (pending_) {
+        pending_ = false;
+      } else {
+        ++it_;
+      }
+      return *this;
+    }
+    bool operator==(sentinel) const { return it_ == coll_->map().end(); }
+    explicit operator bool() const { return it_ != coll_->map().end(); }
+
+   private:
+    friend class Coll;
+    void link() {
+      next_ = coll_->cursors_;
+      coll_->cursors_ = this;
+    }
+    void unlink() {
+      for (iterator** p = &coll_->cursors_; *p; p = &(*p)->next_) {
+        if (*p == this) {
+          *p = next_;
+          return;
+        }
+      }
+    }
+    const Coll* coll_;
+    MapIter it_;
+    bool pending_ = false;  // it_ already stands on the member after one that was erased
+    iterator* next_ = nullptr;
+  };
+
+  Coll() = default;
+  Coll(const Coll&) = delete;
+  Coll& operator=(const Coll&) = delete;
+
+  iterator begin() const { return iterator(this, map().begin()); }
+  sentinel end() const { return {}; }
+  size_t size() const { return s_ ? s_->map.size() : 0; }
+  bool empty() const { return size() == 0; }
+  const Map& map() const { return s_ ? s_->map : emptyMap(); }
+
+  template <class Q>
+  const mapped_type* find(const Q& key) const {
+    if (!s_) return nullptr;
+    auto it = s_->map.find(key);
+    return it == s_->map.end() ? nullptr : &it->second;
+  }
+  template <class Q>
+  bool contains(const Q& key) const {
+    return s_ && s_->map.find(key) != s_->map.end();
+  }
+
+  // Inserts or replaces; true when the collection changed.
+  template <class V>
+  bool set(const key_type& key, V&& value) {
+    Map& m = storage().map;
+    auto it = m.find(key);
+    if (it != m.end()) {
+      if (it->second == value) return false;
+      it->second = std::forward<V>(value);
+      return true;
+    }
+    insertNew(key, std::forward<V>(value));
+    return true;
+  }
+
+  bool erase(const key_type& key) {
+    if (!s_) return false;
+    Map& m = s_->map;
+    auto it = m.find(key);
+    if (it == m.end()) return false;
+    stepCursorsOff(it);
+    m.erase(it);
+    return true;
+  }
+
+  // Removes a member and hands its value over, so that destroying it happens outside the
+  // storage (a value's destructor may change this collection).
+  mapped_type take(const key_type& key) {
+    if (!s_) return mapped_type{};
+    Map& m = s_->map;
+    auto it = m.find(key);
+    if (it == m.end()) return mapped_type{};
+    mapped_type value = std::move(const_cast<mapped_type&>(it->second));
+    stepCursorsOff(it);
+    m.erase(it);
+    return value;
+  }
+
+  // Empties the collection, then reports each removed key in iteration order.
+  template <class F>
+  void eraseAll(F&& onErased) {
+    if (empty()) return;
+    Map& m = s_->map;
+    Map old;
+    old.swap(m);
+    for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
+    for (const auto& member : old) onErased(member.first);
+  }
+
+  // Empties without notification and keeps the nodes, so that refilling with the same keys
+  // allocates nothing (the receive path's scratch record).
+  void clearRecycling() {
+    if (!s_) return;
+    Map& m = s_->map;
+    for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
+    while (!m.empty()) s_->spares.push_back(m.extract(m.begin()));
+  }
+
+ private:
+  template <class V>
+  void insertNew(const key_type& key, V&& value) {
+    Map& m = s_->map;
+    auto& spares = s_->spares;
+    if (spares.empty()) {
+      insertKeepingCursors([&] { m.emplace(key, std::forward<V>(value)); });
+      return;
+    }
+    auto node = std::move(spares.back());
+    spares.pop_back();
+    node.key() = key;
+    node.mapped() = std::forward<V>(value);
+    insertKeepingCursors([&] { m.insert(std::move(node)); });
+  }
+
+  template <class Insert>
+  void insertKeepingCursors(Insert&& insert) {
+    Map& m = s_->map;
+    if constexpr (kRehashes) {
+      if (cursors_ && m.size() + 1 > m.bucket_count() * m.max_load_factor()) {
+        std::vector<std::pair<iterator*, key_type>> positions;
+        for (iterator* c = cursors_; c; c = c->next_) {
+          if (c->it_ != m.end()) positions.emplace_back(c, c->it_->first);
+        }
+        insert();
+        for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
+        for (auto& [c, key] : positions) c->it_ = m.find(key);
+        return;
+      }
+    }
+    insert();
+  }
+
+  void stepCursorsOff(MapIter it) {
+    for (iterator* c = cursors_; c; c = c->next_) {
+      if (c->it_ == it) {
+        c->it_ = std::next(it);
+        c->pending_ = true;
+      }
+    }
+  }
+
+  static const Map& emptyMap() {
+    static const Map empty;
+    return empty;
+  }
+
+  struct Storage {
+    Map map;
+    std::vector<typename Map::node_type> spares;
+  };
+  Storage& storage() {
+    if (!s_) {
+      s_ = std::make_unique<Storage>();
+      // Walks begun while empty stood on the shared empty map's end.
+      for (iterator* c = cursors_; c; c = c->next_) c->it_ = s_->map.end();
+    }
+    return *s_;
+  }
+
+  static constexpr bool kRehashes = requires(Map m) { m.bucket_count(); };
+
+  std::unique_ptr<Storage> s_;
+  mutable iterator* cursors_ = nullptr;
+};
+
+template <class K, class V>
+using OrderedColl = Coll<std::map<K, V, std::less<>>>;
+
+template <class K, class V, class Hash = std::hash<K>, class Eq = std::equal_to<>>
+using HashedColl = Coll<std::unordered_map<K, V, Hash, Eq>>;
+
+}  // namespace Platform

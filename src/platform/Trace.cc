@@ -1,0 +1,133 @@
+// Trace facility registry, level parsing, sinks and the ring trace.
+#include "platform/Trace.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <map>
+
+namespace Platform {
+namespace {
+
+struct Registry {
+  std::vector<TraceFacility*> facilities;
+  std::map<std::string, int, std::less<>> levels;  // by facility name, "*" for all
+  TraceSink sink;
+  bool envRead = false;
+};
+
+Registry& registry() {
+  static Registry r;
+  return r;
+}
+
+int levelFor(const Registry& r, std::string_view name) {
+  if (auto it = r.levels.find(name); it != r.levels.end()) return it->second;
+  if (auto it = r.levels.find("*"); it != r.levels.end()) return it->second;
+  return -1;
+}
+
+bool parseLevels(std::string_view spec, std::map<std::string, int, std::less<>>& out) {
+  while (!spec.empty()) {
+    size_t comma = spec.find(',');
+    std::string_view item = spec.substr(0, comma);
+    spec = comma == std::string_view::npos ? std::string_view{} : spec.substr(comma + 1);
+    if (item.empty()) continue;
+    size_t slash = item.rfind('/');
+    if (slash == std::string_view::npos || slash == 0) return false;
+    std::string_view levelText = item.substr(slash + 1);
+    int level = 0;
+    auto [ptr, ec] = std::from_chars(levelText.data(), levelText.data() + levelText.size(), level);
+    if (ec != std::errc{} || ptr != levelText.data() + levelText.size() || level < -1 || level > 9) {
+      return false;
+    }
+    out[std::string(item.substr(0, slash))] = level;
+  }
+  return true;
+}
+
+void readEnvironmentOnce(Registry& r) {
+  if (r.envRead) return;
+  r.envRead = true;
+  if (const char* env = std::getenv("LLDP_TRACE")) {
+    std::map<std::string, int, std::less<>> levels;
+    if (parseLevels(env, levels)) r.levels = std::move(levels);
+  }
+}
+
+void writeToStderr(const TraceFacility& facility, int level, std::string_view line) {
+  std::fprintf(stderr, "%s/%d %.*s\n", facility.name(), level, static_cast<int>(line.size()),
+               line.data());
+}
+
+}  // namespace
+
+TraceFacility::TraceFacility(const char* name) : name_(name) {
+  Registry& r = registry();
+  readEnvironmentOnce(r);
+  level_ = levelFor(r, name_);
+  r.facilities.push_back(this);
+}
+
+TraceFacility::~TraceFacility() {
+  auto& f = registry().facilities;
+  f.erase(std::remove(f.begin(), f.end(), this), f.end());
+}
+
+TraceSink traceSinkIs(TraceSink sink) {
+  TraceSink old = std::move(registry().sink);
+  registry().sink = std::move(sink);
+  return old;
+}
+
+bool traceLevelsIs(std::string_view spec) {
+  Registry& r = registry();
+  std::map<std::string, int, std::less<>> levels;
+  if (!parseLevels(spec, levels)) return false;
+  r.levels = std::move(levels);
+  for (TraceFacility* f : r.facilities) f->levelIs(levelFor(r, f->name()));
+  return true;
+}
+
+TraceLine::~TraceLine() {
+  const std::string line = out_.str();
+  const Registry& r = registry();
+  if (r.sink) {
+    r.sink(facility_, level_, line);
+  } else {
+    writeToStderr(facility_, level_, line);
+  }
+}
+
+RingTrace& RingTrace::instance() {
+  static RingTrace ring;
+  return ring;
+}
+
+void RingTrace::add(std::string line) {
+  if (lines_.size() < kCapacity) {
+    lines_.push_back(std::move(line));
+    return;
+  }
+  lines_[next_] = std::move(line);
+  next_ = (next_ + 1) % kCapacity;
+}
+
+std::vector<std::string> RingTrace::entries() const {
+  std::vector<std::string> out;
+  out.reserve(lines_.size());
+  for (size_t i = 0; i < lines_.size(); ++i) out.push_back(lines_[(next_ + i) % lines_.size()]);
+  return out;
+}
+
+void RingTrace::dump(FILE* out) const {
+  std::fprintf(out, "--- ring trace (%zu most recent events) ---\n", lines_.size());
+  for (const std::string& line : entries()) std::fprintf(out, "%s\n", line.c_str());
+}
+
+void RingTrace::clear() {
+  lines_.clear();
+  next_ = 0;
+}
+
+}  // namespace Platform

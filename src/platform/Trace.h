@@ -1,0 +1,99 @@
+// Levelled per-facility trace (0 errors in received data ... 9 most verbose) and the ring trace.
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform {
+
+// One facility per source unit. The level is the most verbose level that is emitted; -1 is off.
+class TraceFacility {
+ public:
+  explicit TraceFacility(const char* name);
+  TraceFacility(const TraceFacility&) = delete;
+  TraceFacility& operator=(const TraceFacility&) = delete;
+  ~TraceFacility();
+
+  bool enabled(int level) const { return level <= level_; }
+  int level() const { return level_; }
+  void levelIs(int level) { level_ = level; }
+  const char* name() const { return name_; }
+
+ private:
+  const char* name_;
+  int level_ = -1;
+};
+
+using TraceSink = std::function<void(const TraceFacility&, int level, std::string_view line)>;
+
+// Replaces where trace lines go (standard error by default); returns the previous sink.
+TraceSink traceSinkIs(TraceSink sink);
+
+// Applies "Facility/level,Other/level,*/level" to every facility, present and future.
+// Returns false (and changes nothing) when the text is malformed.
+bool traceLevelsIs(std::string_view spec);
+
+// Composes one line by streaming and hands it to the sink when it goes out of scope.
+class TraceLine {
+ public:
+  TraceLine(const TraceFacility& facility, int level) : facility_(facility), level_(level) {}
+  TraceLine(const TraceLine&) = delete;
+  ~TraceLine();
+
+  template <class T>
+  TraceLine& operator<<(const T& value) {
+    out_ << value;
+    return *this;
+  }
+
+ private:
+  const TraceFacility& facility_;
+  int level_;
+  std::ostringstream out_;
+};
+
+// Keeps the most recent lifecycle events; dumped when an assertion fails.
+class RingTrace {
+ public:
+  static constexpr size_t kCapacity = 512;
+  static RingTrace& instance();
+
+  void add(std::string line);
+  std::vector<std::string> entries() const;
+  void dump(FILE* out) const;
+  void clear();
+
+ private:
+  std::vector<std::string> lines_;
+  size_t next_ = 0;
+};
+
+class RingTraceLine {
+ public:
+  RingTraceLine() = default;
+  RingTraceLine(const RingTraceLine&) = delete;
+  ~RingTraceLine() { RingTrace::instance().add(out_.str()); }
+
+  template <class T>
+  RingTraceLine& operator<<(const T& value) {
+    out_ << value;
+    return *this;
+  }
+
+ private:
+  std::ostringstream out_;
+};
+
+}  // namespace Platform
+
+// Nothing after TRACE(...) is evaluated or formatted unless the level is enabled.
+#define TRACE(facility, level) \
+  if (!(facility).enabled(level)) { \
+  } else                             \
+    ::Platform::TraceLine((facility), (level))
+
+#define RING_TRACE ::Platform::RingTraceLine()
