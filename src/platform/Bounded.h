@@ -91,6 +91,8 @@ class BoundedBytes {
     value_.assign(checked(value));
     return *this;
   }
+  BoundedBytes& operator=(const char* value) { return *this = std::string_view(value); }
+  BoundedBytes& operator=(const std::string& value) { return *this = std::string_view(value); }
   // The longest prefix that fits: writers clip received values instead of failing.
   static BoundedBytes clipped(std::string_view value) {
     return BoundedBytes(value.substr(0, std::min(value.size(), Max)));
@@ -105,6 +107,8 @@ class BoundedBytes {
 
   bool operator==(const BoundedBytes& o) const { return view() == o.view(); }
   bool operator==(std::string_view o) const { return view() == o; }
+  bool operator==(const char* o) const { return view() == o; }
+  bool operator==(const std::string& o) const { return view() == o; }
   auto operator<=>(const BoundedBytes& o) const { return view() <=> o.view(); }
 
  private:

@@ -3,11 +3,22 @@
 
 #include <map>
 #include <memory>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace Platform {
+
+// Equality that compares numbers of different types by value, without sign-compare surprises.
+template <class T, class U>
+bool sameValue(const T& a, const U& b) {
+  if constexpr (std::is_arithmetic_v<T> && std::is_arithmetic_v<U>) {
+    return a == static_cast<T>(b);
+  } else {
+    return a == b;
+  }
+}
 
 // Storage plus the bookkeeping that keeps live iterators valid across erase (and, for hashed
 // storage, across an insert that rehashes). Members removed while a walk is on are skipped;
@@ -92,7 +103,7 @@ class Coll {
     Map& m = storage().map;
     auto it = m.find(key);
     if (it != m.end()) {
-      if (it->second == value) return false;
+      if (sameValue(it->second, value)) return false;
       it->second = std::forward<V>(value);
       return true;
     }
@@ -130,7 +141,7 @@ class Coll {
     Map& m = s_->map;
     Map old;
     old.swap(m);
-    for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
+    parkCursorsAtEnd(m);
     for (const auto& member : old) onErased(member.first);
   }
 
@@ -139,7 +150,7 @@ class Coll {
   void clearRecycling() {
     if (!s_) return;
     Map& m = s_->map;
-    for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
+    parkCursorsAtEnd(m);
     while (!m.empty()) s_->spares.push_back(m.extract(m.begin()));
   }
 
@@ -164,17 +175,33 @@ class Coll {
     Map& m = s_->map;
     if constexpr (kRehashes) {
       if (cursors_ && m.size() + 1 > m.bucket_count() * m.max_load_factor()) {
-        std::vector<std::pair<iterator*, key_type>> positions;
+        struct Position {
+          iterator* cursor;
+          key_type key;
+          bool pending;
+        };
+        std::vector<Position> positions;
         for (iterator* c = cursors_; c; c = c->next_) {
-          if (c->it_ != m.end()) positions.emplace_back(c, c->it_->first);
+          if (c->it_ != m.end()) positions.push_back({c, c->it_->first, c->pending_});
         }
         insert();
-        for (iterator* c = cursors_; c; c = c->next_) c->it_ = m.end();
-        for (auto& [c, key] : positions) c->it_ = m.find(key);
+        parkCursorsAtEnd(m);
+        for (const Position& p : positions) {
+          p.cursor->it_ = m.find(p.key);
+          p.cursor->pending_ = p.pending;
+        }
         return;
       }
     }
     insert();
+  }
+
+  // Walks in progress end at their next step.
+  void parkCursorsAtEnd(const Map& m) {
+    for (iterator* c = cursors_; c; c = c->next_) {
+      c->it_ = m.end();
+      c->pending_ = true;
+    }
   }
 
   void stepCursorsOff(MapIter it) {
@@ -199,7 +226,7 @@ class Coll {
     if (!s_) {
       s_ = std::make_unique<Storage>();
       // Walks begun while empty stood on the shared empty map's end.
-      for (iterator* c = cursors_; c; c = c->next_) c->it_ = s_->map.end();
+      parkCursorsAtEnd(s_->map);
     }
     return *s_;
   }

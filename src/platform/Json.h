@@ -11,18 +11,18 @@
 #include "platform/Record.h"
 
 namespace Konet {
-inline void to_json(nlohmann::json& j, const EthAddr& a) { j = a.toString(); }
-inline void to_json(nlohmann::json& j, const IntfId& id) { j = id.name(); }
+inline void to_json(nlohmann::ordered_json& j, const EthAddr& a) { j = a.toString(); }
+inline void to_json(nlohmann::ordered_json& j, const IntfId& id) { j = id.name(); }
 }  // namespace Konet
 
 namespace Platform {
 
 template <FixedName Name, size_t Max>
-void to_json(nlohmann::json& j, const BoundedBytes<Name, Max>& v) {
+void to_json(nlohmann::ordered_json& j, const BoundedBytes<Name, Max>& v) {
   j = v.str();
 }
 template <FixedName Name, class T, T Min, T Max>
-void to_json(nlohmann::json& j, const BoundedInt<Name, T, Min, Max>& v) {
+void to_json(nlohmann::ordered_json& j, const BoundedInt<Name, T, Min, Max>& v) {
   j = v.value();
 }
 
@@ -40,11 +40,11 @@ template <class T>
 concept Reflected = requires(const T& t) { t.visitAttrs([](AttrKind, const char*, const auto&) {}); };
 
 template <class V>
-nlohmann::json valueToJson(const V& value);
+nlohmann::ordered_json valueToJson(const V& value);
 
 template <Reflected T>
-nlohmann::json recordToJson(const T& record) {
-  nlohmann::json out = nlohmann::json::object();
+nlohmann::ordered_json recordToJson(const T& record) {
+  nlohmann::ordered_json out = nlohmann::ordered_json::object();
   record.visitAttrs([&out](AttrKind, const char* name, const auto& member) {
     out[name] = valueToJson(member);
   });
@@ -52,9 +52,9 @@ nlohmann::json recordToJson(const T& record) {
 }
 
 template <class V>
-nlohmann::json valueToJson(const V& value) {
+nlohmann::ordered_json valueToJson(const V& value) {
   if constexpr (IsColl<V>::value) {
-    nlohmann::json out = nlohmann::json::array();
+    nlohmann::ordered_json out = nlohmann::ordered_json::array();
     for (const auto& [key, member] : value) {
       using M = std::decay_t<decltype(member)>;
       if constexpr (IsPtr<M>::value) {
@@ -75,13 +75,13 @@ nlohmann::json valueToJson(const V& value) {
   } else if constexpr (Reflected<V>) {
     return recordToJson(value);
   } else {
-    return nlohmann::json(value);
+    return nlohmann::ordered_json(value);
   }
 }
 
 // Serialises without failing on bytes that are not UTF-8 (they come from the wire).
-inline std::string jsonText(const nlohmann::json& j, int indent = 2) {
-  return j.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
+inline std::string jsonText(const nlohmann::ordered_json& j, int indent = 2) {
+  return j.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace Platform

@@ -51,7 +51,9 @@ class Reactor {
   static void thunk(void* context, uint16_t, const void* key) {
     using C = typename detail::MemberOf<decltype(Handler)>::type;
     C* self = static_cast<C*>(static_cast<Reactor*>(context));
-    if constexpr (!std::is_void_v<K> && std::is_invocable_v<decltype(Handler), C*, const K&>) {
+    if constexpr (std::is_void_v<K>) {
+      (self->*Handler)();
+    } else if constexpr (std::is_invocable_v<decltype(Handler), C*, const K&>) {
       (self->*Handler)(*static_cast<const K*>(key));
     } else {
       (self->*Handler)();

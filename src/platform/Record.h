@@ -44,6 +44,18 @@ T wrappingAdd(T value, T n) {
 template <class K>
 struct HashOf : std::hash<K> {};
 
+// Stores value unless equal; true when it changed. Numbers convert as in an assignment.
+template <class T, class U>
+bool assignIfChanged(T& member, const U& value) {
+  if (sameValue(member, value)) return false;
+  if constexpr (std::is_arithmetic_v<T> && std::is_arithmetic_v<U>) {
+    member = static_cast<T>(value);
+  } else {
+    member = value;
+  }
+  return true;
+}
+
 template <class K, class V>
 using OrderedStore = OrderedColl<K, V>;
 template <class K, class V>
@@ -88,9 +100,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   const T& name() const { return name##_; }                    \
   template <class U = T>                                       \
   void name##Is(const U& value) {                              \
-    if (name##_ == value) return;                              \
-    name##_ = value;                                           \
-    notify(name##Idx);                                         \
+    if (::Platform::assignIfChanged(name##_, value)) notify(name##Idx); \
   }
 
 #define PLATFORM_DECL_Meta(name, T, dflt) PLATFORM_DECL_Attr(name, T, dflt)

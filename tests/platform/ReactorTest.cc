@@ -1,0 +1,150 @@
+// Reactor semantics: re-entrancy, teardown inside handlers, walking collections that change.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "TestRecords.h"
+
+namespace PlatformTest {
+namespace {
+
+using Log = std::vector<std::string>;
+
+// Runs a test-supplied action for each name change.
+class Hook : public Platform::Reactor {
+ public:
+  Hook(Widget::Ptr w, Log& log, std::string tag) : w_(std::move(w)), log_(log), tag_(std::move(tag)) {
+    watch<&Hook::handleName>(w_, Widget::nameAttr);
+  }
+  void handleName() {
+    log_.push_back(tag_ + ":" + w_->name());
+    // A copy, so that the action may destroy this reactor (and with it `action`).
+    if (auto act = action) act();
+  }
+  std::function<void()> action;
+
+ private:
+  Widget::Ptr w_;
+  Log& log_;
+  std::string tag_;
+};
+
+TEST(ReactorTest, HandleInitializedRunsOnceAfterConstruction) {
+  auto w = Platform::make<Widget>();
+  auto r = Platform::makeReactor<Recorder>(w);
+  EXPECT_EQ(r->log, (Log{"initialized"}));
+}
+
+TEST(ReactorTest, NestedWritesAreDeliveredSynchronouslyInOrder) {
+  auto w = Platform::make<Widget>();
+  Log log;
+  Hook first(w, log, "first");
+  Hook second(w, log, "second");
+  first.action = [&] {
+    if (w->name() == "a") w->nameIs("b");  // runs every watcher for "b" before returning
+  };
+  w->nameIs("a");
+  EXPECT_EQ(log, (Log{"first:a", "first:b", "second:b", "second:b"}));
+}
+
+TEST(ReactorTest, ReactorDestroyedInItsOwnHandlerIsNotNotifiedAgain) {
+  auto w = Platform::make<Widget>();
+  Log log;
+  auto doomed = std::make_unique<Hook>(w, log, "doomed");
+  Hook after(w, log, "after");
+  doomed->action = [&] { doomed.reset(); };
+  w->nameIs("a");
+  w->nameIs("b");
+  EXPECT_EQ(log, (Log{"doomed:a", "after:a", "after:b"}));
+}
+
+TEST(ReactorTest, WatcherRemovedByAnEarlierHandlerIsSkipped) {
+  auto w = Platform::make<Widget>();
+  Log log;
+  Hook first(w, log, "first");
+  auto second = std::make_unique<Hook>(w, log, "second");
+  Hook third(w, log, "third");
+  first.action = [&] { second.reset(); };
+  w->nameIs("a");
+  EXPECT_EQ(log, (Log{"first:a", "third:a"}));
+}
+
+TEST(ReactorTest, EntityReleasedDuringItsOwnNotificationStaysValid) {
+  auto w = Platform::make<Widget>();
+  Log log;
+  auto hook = std::make_unique<Hook>(w, log, "h");
+  Hook other(w, log, "o");
+  Widget* raw = w.get();
+  hook->action = [&] { w = nullptr; hook.reset(); };  // drops every reference but the notifier's
+  raw->nameIs("x");
+  EXPECT_EQ(log, (Log{"h:x", "o:x"}));
+}
+
+TEST(ReactorTest, DeletingMembersWhileWalkingIsSafe) {
+  auto w = Platform::make<Widget>();
+  for (int i = 0; i < 10; ++i) w->tagIs(i, "t");
+  std::vector<int> seen;
+  for (auto it = w->tag().begin(); it != w->tag().end(); ++it) {
+    const int key = it.key();
+    seen.push_back(key);
+    w->tagDel(key);        // the current member
+    w->tagDel(key + 1);    // and the next one
+  }
+  EXPECT_EQ(seen, (std::vector<int>{0, 2, 4, 6, 8}));
+  EXPECT_EQ(w->tags(), 0u);
+
+  for (int i = 0; i < 200; ++i) w->labelIs("k" + std::to_string(i), i);
+  size_t walked = 0;
+  for (auto it = w->label().begin(); it != w->label().end(); ++it) {
+    ++walked;
+    const std::string key = it.key();
+    w->labelDel(key);
+    w->labelIs(key + "x", 0);  // inserts may rehash under the walk
+    if (walked > 1000) break;
+  }
+  EXPECT_LE(walked, 1000u);
+}
+
+TEST(ReactorTest, DelAllDuringWalkEndsTheWalk) {
+  auto w = Platform::make<Widget>();
+  for (int i = 0; i < 5; ++i) w->tagIs(i, "t");
+  int steps = 0;
+  for (auto it = w->tag().begin(); it != w->tag().end(); ++it) {
+    ++steps;
+    w->tagDelAll();
+  }
+  EXPECT_EQ(steps, 1);
+}
+
+class ChildSm : public Platform::Reactor {
+ public:
+  ChildSm(int key, Log& log) : key_(key), log_(log) {}
+  ~ChildSm() override { log_.push_back("gone:" + std::to_string(key_)); }
+  void handleInitialized() override { log_.push_back("init:" + std::to_string(key_)); }
+
+ private:
+  int key_;
+  Log& log_;
+};
+
+class ParentSm : public Platform::Reactor {
+  PLATFORM_REACTOR_COLL(childSm, int, ChildSm)
+};
+
+TEST(ReactorTest, ReactorCollectionsCreateInitializeAndDestroy) {
+  Log log;
+  ParentSm p;
+  p.childSmIs(2, log);
+  p.childSmIs(1, log);
+  p.childSmIs(2, log);  // exists: no second construction
+  EXPECT_TRUE(p.childSmHas(1));
+  EXPECT_EQ(p.childSms(), 2u);
+  p.childSmDel(1);
+  EXPECT_FALSE(p.childSm(1));
+  p.childSmIs(3, log);
+  p.childSmDelAll();
+  EXPECT_EQ(log, (Log{"init:2", "init:1", "gone:1", "init:3", "gone:2", "gone:3"}));
+}
+
+}  // namespace
+}  // namespace PlatformTest

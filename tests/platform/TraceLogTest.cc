@@ -1,0 +1,131 @@
+// Trace levels and sinks, the ring trace, the log catalogue, assertions and feature switches.
+#include <gtest/gtest.h>
+
+#include "platform/Assert.h"
+#include "platform/FeatureToggle.h"
+#include "platform/Log.h"
+#include "platform/Trace.h"
+
+namespace {
+
+Platform::TraceFacility gTestTrace("TraceTest");
+
+struct Counted {
+  int* formatted;
+};
+std::ostream& operator<<(std::ostream& os, const Counted& c) {
+  ++*c.formatted;
+  return os << "counted";
+}
+
+struct TraceTest : ::testing::Test {
+  std::vector<std::string> lines;
+  Platform::TraceSink previous;
+  void SetUp() override {
+    previous = Platform::traceSinkIs([this](const Platform::TraceFacility& f, int level, std::string_view line) {
+      lines.push_back(std::string(f.name()) + "/" + std::to_string(level) + " " + std::string(line));
+    });
+  }
+  void TearDown() override {
+    Platform::traceSinkIs(previous);
+    Platform::traceLevelsIs("");
+  }
+};
+
+TEST_F(TraceTest, DisabledLevelFormatsNothing) {
+  int formatted = 0;
+  ASSERT_TRUE(Platform::traceLevelsIs("TraceTest/4"));
+  TRACE(gTestTrace, 6) << Counted{&formatted};
+  TRACE(gTestTrace, 4) << "value " << 42 << " " << Counted{&formatted};
+  EXPECT_EQ(formatted, 1);
+  EXPECT_EQ(lines, (std::vector<std::string>{"TraceTest/4 value 42 counted"}));
+}
+
+TEST_F(TraceTest, LevelSpecsApplyByNameOrWildcard) {
+  ASSERT_TRUE(Platform::traceLevelsIs("*/2,TraceTest/9"));
+  EXPECT_TRUE(gTestTrace.enabled(9));
+  ASSERT_TRUE(Platform::traceLevelsIs("Other/9,*/0"));
+  EXPECT_TRUE(gTestTrace.enabled(0));
+  EXPECT_FALSE(gTestTrace.enabled(1));
+  EXPECT_FALSE(Platform::traceLevelsIs("TraceTest/10"));
+  EXPECT_FALSE(Platform::traceLevelsIs("TraceTest"));
+  EXPECT_FALSE(Platform::traceLevelsIs("/3"));
+  EXPECT_TRUE(gTestTrace.enabled(0));  // a refused spec changes nothing
+}
+
+TEST(RingTraceTest, KeepsTheMostRecentInOrder) {
+  auto& ring = Platform::RingTrace::instance();
+  ring.clear();
+  for (size_t i = 0; i < Platform::RingTrace::kCapacity + 3; ++i) RING_TRACE << "event " << i;
+  auto entries = ring.entries();
+  ASSERT_EQ(entries.size(), Platform::RingTrace::kCapacity);
+  EXPECT_EQ(entries.front(), "event 3");
+  EXPECT_EQ(entries.back(), "event " + std::to_string(Platform::RingTrace::kCapacity + 2));
+  ring.clear();
+}
+
+const Platform::LogHandle kTestLimited({"TEST_LIMITED", Platform::Severity::warning,
+                                        "limit on %s (%d in %f s)", "Explanation.", "Action.",
+                                        60});
+const Platform::LogHandle kTestPlain({"TEST_PLAIN", Platform::Severity::notice, "plain %s",
+                                      "Explanation.", Platform::kNoActionRequired, 0});
+
+TEST(LogTest, FormatsAndRateLimitsByTheLogClock) {
+  double now = 1000;
+  Platform::logClockIs([&] { return now; });
+  Platform::CapturingLogSink sink;
+  EXPECT_TRUE(kTestLimited.emit("Ethernet1", 5, 1.5));
+  now += 59.9;
+  EXPECT_FALSE(kTestLimited.emit("Ethernet1", 5, 1.5));
+  now += 0.1;
+  EXPECT_TRUE(kTestLimited.emit("Ethernet2", 6, 2.0));
+  EXPECT_TRUE(kTestPlain.emit("a"));
+  EXPECT_TRUE(kTestPlain.emit("b"));
+  ASSERT_EQ(sink.entries().size(), 4u);
+  EXPECT_EQ(sink.entries()[0].text, "limit on Ethernet1 (5 in 1.500000 s)");
+  EXPECT_EQ(sink.entries()[1].text, "limit on Ethernet2 (6 in 2.000000 s)");
+  EXPECT_EQ(sink.count("TEST_PLAIN"), 2u);
+  EXPECT_EQ(kTestLimited.suppressed(), 1u);
+  Platform::logClockIs(nullptr);
+
+  bool registered = false;
+  for (const auto* m : Platform::logCatalogue()) registered |= std::string(m->id) == "TEST_LIMITED";
+  EXPECT_TRUE(registered);
+}
+
+TEST(AssertTest, ReportsTheConditionAsWritten) {
+  auto old = Platform::assertHandlerIs(Platform::throwingAssertHandler);
+  int intfId = 3;
+  try {
+    LLDP_ASSERT(!( intfId == 3 ));
+    FAIL() << "no assertion";
+  } catch (const Platform::AssertionFailure& f) {
+    EXPECT_STREQ(f.text, "!( intfId == 3 )");
+  }
+  Platform::assertHandlerIs(old);
+}
+
+TEST(AssertDeathTest, AbortsWithTextAndRingTrace) {
+  EXPECT_DEATH(
+      {
+        RING_TRACE << "last words";
+        LLDP_ASSERT(1 + 1 == 3);
+      },
+      "assertion failed: 1 \\+ 1 == 3(.|\n)*last words");
+}
+
+TEST(FeatureToggleTest, DefaultOnEnvironmentAndOverride) {
+  Platform::FeatureToggle toggle("TestToggleA");
+  EXPECT_TRUE(toggle.enabled());
+  Platform::featureEnabledIs("TestToggleA", false);
+  EXPECT_FALSE(toggle.enabled());
+  EXPECT_FALSE(Platform::featureEnabled("TestToggleA"));
+
+  setenv("LLDP_FEATURE_TestToggleB", "0", 1);
+  Platform::FeatureToggle fromEnv("TestToggleB");
+  EXPECT_FALSE(fromEnv.enabled());
+  setenv("LLDP_FEATURE_TestToggleB", "1", 1);
+  EXPECT_FALSE(fromEnv.enabled());  // read once
+}
+
+}  // namespace

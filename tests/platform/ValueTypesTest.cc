@@ -1,0 +1,120 @@
+// Bounded values, interface names and MAC addresses.
+#include <gtest/gtest.h>
+
+#include "platform/Bounded.h"
+#include "platform/EthAddr.h"
+#include "platform/IntfId.h"
+
+namespace {
+
+using Konet::IntfId;
+using Kind = IntfId::Kind;
+
+TEST(BoundedTest, RefusesOversizedValuesWithTheTypeAndBound) {
+  using B = Platform::BoundedBytes<"BoundedString507", 507>;
+  EXPECT_NO_THROW(B(std::string(507, 'x')));
+  try {
+    B(std::string(508, 'x'));
+    FAIL();
+  } catch (const std::range_error& e) {
+    EXPECT_STREQ(e.what(), "BoundedString507::value::bytes > 507 not allowed");
+  }
+  EXPECT_EQ(B::clipped(std::string(600, 'y')).size(), 507u);
+
+  using V = Platform::BoundedInt<"VlanIdOrNone", uint16_t, 0, 4094>;
+  EXPECT_EQ(V(4094).value(), 4094);
+  try {
+    V(4095);
+    FAIL();
+  } catch (const std::range_error& e) {
+    EXPECT_STREQ(e.what(), "VlanIdOrNone::value > 4094 not allowed");
+  }
+}
+
+TEST(BoundedTest, CompactBytesCopiesMovesAndReusesItsBlock) {
+  using B = Platform::BoundedBytes<"B", 255>;
+  B a("hello world, longer than a short string");
+  B b = a;
+  B c = std::move(a);
+  EXPECT_EQ(b, c);
+  EXPECT_TRUE(a.empty());
+  const uint8_t* block = b.data();
+  b = std::string_view("short");
+  EXPECT_EQ(b.data(), block);  // fits: same block
+  b.clear();
+  EXPECT_TRUE(b.empty());
+  b = b.view();  // self-assignment
+  EXPECT_TRUE(b.empty());
+  EXPECT_LT(B("a"), B("b"));
+}
+
+struct NameCase {
+  const char* name;
+  Kind kind;
+  uint32_t module, port, lane, number;
+};
+
+class IntfIdTable : public ::testing::TestWithParam<NameCase> {};
+
+TEST_P(IntfIdTable, ParsesKindAndNumbers) {
+  const NameCase& c = GetParam();
+  IntfId id(c.name);
+  EXPECT_EQ(id.kind(), c.kind) << c.name;
+  EXPECT_EQ(id.module(), c.module) << c.name;
+  EXPECT_EQ(id.port(), c.port) << c.name;
+  EXPECT_EQ(id.lane(), c.lane) << c.name;
+  EXPECT_EQ(id.number(), c.number) << c.name;
+  EXPECT_EQ(id.name(), c.name);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, IntfIdTable,
+    ::testing::Values(NameCase{"Ethernet1", Kind::ethernet, 0, 1, 0, 0},
+                      NameCase{"Ethernet3/1", Kind::ethernet, 3, 1, 0, 0},
+                      NameCase{"Ethernet3/1/2", Kind::ethernet, 3, 1, 2, 0},
+                      NameCase{"Management1", Kind::management, 0, 1, 0, 0},
+                      NameCase{"Management1/1", Kind::management, 1, 1, 0, 0},
+                      NameCase{"Port-Channel5", Kind::portChannel, 0, 0, 0, 5},
+                      NameCase{"Vlan10", Kind::vlan, 0, 0, 0, 10},
+                      NameCase{"Loopback0", Kind::loopback, 0, 0, 0, 0},
+                      NameCase{"eth0", Kind::ethernet, 0, 0, 0, 0},
+                      NameCase{"enp3s0", Kind::ethernet, 3, 0, 0, 0},
+                      NameCase{"enp3s0f1", Kind::ethernet, 3, 0, 1, 0},
+                      NameCase{"swp1", Kind::ethernet, 0, 1, 0, 0},
+                      NameCase{"swp1s2", Kind::ethernet, 0, 1, 2, 0},
+                      NameCase{"bond0", Kind::portChannel, 0, 0, 0, 0},
+                      NameCase{"team0", Kind::portChannel, 0, 0, 0, 0},
+                      NameCase{"eth0.10", Kind::vlan, 0, 0, 0, 10},
+                      NameCase{"vlan10", Kind::vlan, 0, 0, 0, 10},
+                      NameCase{"lo", Kind::loopback, 0, 0, 0, 0},
+                      NameCase{"mgmt0", Kind::management, 0, 0, 0, 0},
+                      NameCase{"Ethernet1/2/3/4", Kind::other, 0, 0, 0, 0},
+                      NameCase{"Ethernet", Kind::other, 0, 0, 0, 0},
+                      NameCase{"Management1/2/3", Kind::other, 0, 0, 0, 0},
+                      NameCase{"wlp2s0", Kind::other, 0, 0, 0, 0},
+                      NameCase{"Ethernet99999999999", Kind::other, 0, 0, 0, 0}));
+
+TEST(IntfIdTest, KindTestsAndNaturalOrder) {
+  EXPECT_TRUE(IntfId("UnconnectedEthernet2").isUnconnectedEthernet());
+  EXPECT_FALSE(IntfId("Ethernet2").isUnconnectedEthernet());
+  EXPECT_TRUE(IntfId("Ethernet2").isEthernet());
+  EXPECT_LT(IntfId("Ethernet2"), IntfId("Ethernet10"));
+  EXPECT_LT(IntfId("Ethernet10"), IntfId("Management1"));
+  EXPECT_EQ(IntfId("Ethernet2"), IntfId(std::string("Ethernet2")));
+  EXPECT_EQ(IntfId().kind(), Kind::none);
+}
+
+TEST(EthAddrTest, ParsesCommonFormsAndPrintsColons) {
+  auto a = Konet::EthAddr::parse("00:1C:73:aa:bb:cc");
+  ASSERT_TRUE(a);
+  EXPECT_EQ(a->toString(), "00:1c:73:aa:bb:cc");
+  EXPECT_EQ(Konet::EthAddr::parse("001c.73aa.bbcc"), a);
+  EXPECT_EQ(Konet::EthAddr::parse("00-1c-73-aa-bb-cc"), a);
+  EXPECT_FALSE(Konet::EthAddr::parse("00:1c:73:aa:bb"));
+  EXPECT_FALSE(Konet::EthAddr::parse("001c:73aa:bbcc"));
+  EXPECT_FALSE(Konet::EthAddr::parse("00:1c-73:aa:bb:cc"));
+  EXPECT_TRUE(Konet::kLldpMulticast.isMulticast());
+  EXPECT_EQ(Konet::kLldpMulticast.toString('-'), "01-80-c2-00-00-0e");
+}
+
+}  // namespace
