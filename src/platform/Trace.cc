@@ -27,11 +27,11 @@ int levelFor(const Registry& r, std::string_view name) {
   return -1;
 }
 
-bool parseLevels(std::string_view spec, std::map<std::string, int, std::less<>>& out) {
-  while (!spec.empty()) {
-    size_t comma = spec.find(',');
-    std::string_view item = spec.substr(0, comma);
-    spec = comma == std::string_view::npos ? std::string_view{} : spec.substr(comma + 1);
+bool parseLevels(std::string_view text, std::map<std::string, int, std::less<>>& out) {
+  while (!text.empty()) {
+    size_t comma = text.find(',');
+    std::string_view item = text.substr(0, comma);
+    text = comma == std::string_view::npos ? std::string_view{} : text.substr(comma + 1);
     if (item.empty()) continue;
     size_t slash = item.rfind('/');
     if (slash == std::string_view::npos || slash == 0) return false;
@@ -80,10 +80,10 @@ TraceSink traceSinkIs(TraceSink sink) {
   return old;
 }
 
-bool traceLevelsIs(std::string_view spec) {
+bool traceLevelsIs(std::string_view text) {
   Registry& r = registry();
   std::map<std::string, int, std::less<>> levels;
-  if (!parseLevels(spec, levels)) return false;
+  if (!parseLevels(text, levels)) return false;
   r.levels = std::move(levels);
   for (TraceFacility* f : r.facilities) f->levelIs(levelFor(r, f->name()));
   return true;

@@ -35,7 +35,7 @@ TraceSink traceSinkIs(TraceSink sink);
 
 // Applies "Facility/level,Other/level,*/level" to every facility, present and future.
 // Returns false (and changes nothing) when the text is malformed.
-bool traceLevelsIs(std::string_view spec);
+bool traceLevelsIs(std::string_view text);
 
 // Composes one line by streaming and hands it to the sink when it goes out of scope.
 class TraceLine {

@@ -50,7 +50,7 @@ TEST_F(TraceTest, LevelSpecsApplyByNameOrWildcard) {
   EXPECT_FALSE(Platform::traceLevelsIs("TraceTest/10"));
   EXPECT_FALSE(Platform::traceLevelsIs("TraceTest"));
   EXPECT_FALSE(Platform::traceLevelsIs("/3"));
-  EXPECT_TRUE(gTestTrace.enabled(0));  // a refused spec changes nothing
+  EXPECT_TRUE(gTestTrace.enabled(0));  // a refused setting changes nothing
 }
 
 TEST(RingTraceTest, KeepsTheMostRecentInOrder) {
