@@ -74,8 +74,24 @@ inline void CompactBytes::assign(std::string_view v) {
   block_ = fresh;
 }
 
+// Bytes kept inside the object: for short values that are built often (addresses).
+template <size_t N>
+class InlineBytes {
+ public:
+  void assign(std::string_view v) {
+    std::memmove(bytes_, v.data(), v.size());
+    size_ = static_cast<uint16_t>(v.size());
+  }
+  void clear() { size_ = 0; }
+  std::string_view view() const { return std::string_view(bytes_, size_); }
+
+ private:
+  uint16_t size_ = 0;
+  char bytes_[N];
+};
+
 // A byte string of at most Max bytes. Assigning an unchanged value allocates nothing.
-template <FixedName Name, size_t Max>
+template <FixedName Name, size_t Max, class Storage = CompactBytes>
 class BoundedBytes {
  public:
   static constexpr size_t kMax = Max;
@@ -119,11 +135,11 @@ class BoundedBytes {
     }
     return value;
   }
-  CompactBytes value_;
+  Storage value_;
 };
 
-template <FixedName Name, size_t Max>
-std::ostream& operator<<(std::ostream& os, const BoundedBytes<Name, Max>& v) {
+template <FixedName Name, size_t Max, class S>
+std::ostream& operator<<(std::ostream& os, const BoundedBytes<Name, Max, S>& v) {
   return os << v.view();
 }
 

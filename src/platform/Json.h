@@ -17,8 +17,8 @@ inline void to_json(nlohmann::ordered_json& j, const IntfId& id) { j = id.name()
 
 namespace Platform {
 
-template <FixedName Name, size_t Max>
-void to_json(nlohmann::ordered_json& j, const BoundedBytes<Name, Max>& v) {
+template <FixedName Name, size_t Max, class S>
+void to_json(nlohmann::ordered_json& j, const BoundedBytes<Name, Max, S>& v) {
   j = v.str();
 }
 template <FixedName Name, class T, T Min, T Max>

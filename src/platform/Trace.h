@@ -91,9 +91,9 @@ class RingTraceLine {
 }  // namespace Platform
 
 // Nothing after TRACE(...) is evaluated or formatted unless the level is enabled.
-#define TRACE(facility, level) \
-  if (!(facility).enabled(level)) { \
-  } else                             \
-    ::Platform::TraceLine((facility), (level))
+// (A for statement rather than if/else, so that it nests under an unbraced if.)
+#define TRACE(facility, level)                                                        \
+  for (bool traceOnce_ = (facility).enabled(level); traceOnce_; traceOnce_ = false) \
+  ::Platform::TraceLine((facility), (level))
 
 #define RING_TRACE ::Platform::RingTraceLine()

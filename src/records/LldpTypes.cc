@@ -150,7 +150,7 @@ std::ostream& operator<<(std::ostream& os, const ManagementAddress::Key& key) {
 }
 
 std::ostream& operator<<(std::ostream& os, const ManagementAddress& addr) {
-  return os << addr.key() << " (ifSubtype " << int(addr.ifSubtype) << ", ifId " << addr.ifId << ")";
+  return os << addr.key() << " (ifSubtype " << int(addr.ifSubtype()) << ", ifId " << addr.ifId() << ")";
 }
 
 std::ostream& operator<<(std::ostream& os, const ManAddrPriority& p) {

@@ -36,7 +36,7 @@ using BoundedString507 = Platform::BoundedBytes<"BoundedString507", 507>;
 using BoundedString511 = Platform::BoundedBytes<"BoundedString511", 511>;
 using ChassisId = Platform::BoundedBytes<"ChassisId", 255>;
 using PortId = Platform::BoundedBytes<"PortId", 255>;
-using ManAddress = Platform::BoundedBytes<"ManAddress", 31>;
+using ManAddress = Platform::BoundedBytes<"ManAddress", 31, Platform::InlineBytes<31>>;
 using NamespaceName = Platform::BoundedBytes<"NamespaceName", 150>;
 using VrfName = Platform::BoundedBytes<"VrfName", 100>;
 
@@ -137,20 +137,27 @@ struct ManagementAddress {
     auto operator<=>(const Key&) const = default;
   };
 
-  uint8_t addrSubtype = 0;
-  ManAddress address;
-  uint8_t ifSubtype = 0;
-  int32_t ifId = 0;
-  std::vector<uint32_t> oid;
-
   ManagementAddress() = default;
-  ManagementAddress(const Key& key, uint8_t ifNumbering, int32_t ifNumber)
-      : addrSubtype(key.subtype), address(key.address), ifSubtype(ifNumbering), ifId(ifNumber) {}
+  ManagementAddress(const Key& key, uint8_t ifSubtype, int32_t ifId, std::vector<uint32_t> oid = {})
+      : addrSubtype_(key.subtype), address_(key.address), ifSubtype_(ifSubtype), ifId_(ifId),
+        oid_(std::move(oid)) {}
 
-  Key key() const { return Key{addrSubtype, address}; }
+  uint8_t addrSubtype() const { return addrSubtype_; }
+  const ManAddress& address() const { return address_; }
+  uint8_t ifSubtype() const { return ifSubtype_; }
+  int32_t ifId() const { return ifId_; }
+  const std::vector<uint32_t>& oid() const { return oid_; }
+  Key key() const { return Key{addrSubtype_, address_}; }
   // The LLDP management address string length: the subtype byte and the address.
-  int manAddrLen() const { return 1 + static_cast<int>(address.size()); }
+  int manAddrLen() const { return 1 + static_cast<int>(address_.size()); }
   bool operator==(const ManagementAddress&) const = default;
+
+ private:
+  uint8_t addrSubtype_ = 0;
+  ManAddress address_;
+  uint8_t ifSubtype_ = 0;
+  int32_t ifId_ = 0;
+  std::vector<uint32_t> oid_;
 };
 
 enum class ManAddrType : uint8_t { sourceIntf = 0, intf = 1, fallback = 2 };

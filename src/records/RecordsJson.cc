@@ -33,11 +33,11 @@ void to_json(nlohmann::ordered_json& j, const ManagementAddress::Key& v) {
   j = {{"subtype", v.subtype}, {"address", v.stringValue()}};
 }
 void to_json(nlohmann::ordered_json& j, const ManagementAddress& v) {
-  j = {{"addrSubtype", v.addrSubtype},
-       {"address", addressText(v.addrSubtype, v.address.view())},
-       {"ifSubtype", v.ifSubtype},
-       {"ifId", v.ifId},
-       {"oid", v.oid}};
+  j = {{"addrSubtype", v.addrSubtype()},
+       {"address", addressText(v.addrSubtype(), v.address().view())},
+       {"ifSubtype", v.ifSubtype()},
+       {"ifId", v.ifId()},
+       {"oid", v.oid()}};
 }
 void to_json(nlohmann::ordered_json& j, const ManAddrPriority& v) {
   j = {{"type", static_cast<int>(v.type)},
