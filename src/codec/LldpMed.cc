@@ -1,9 +1,9 @@
 // LLDP-MED TLVs: capabilities and network policies are sent to MED neighbours; capabilities,
 // policies, the three location formats and inventory are decoded.
 #include "codec/LldpMed.h"
+#include "codec/Inventory.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "codec/Bytes.h"
 #include "codec/LldpProtocol.h"
@@ -12,10 +12,6 @@ namespace Lldp {
 Platform::FeatureToggle lldpMedToggle("LldpMedToggle");
 }  // namespace Lldp
 
-namespace Inventory {
-Lldp::TlvParseResult parseTlv(int len, const uint8_t* info, const char* name,
-                              const std::function<void(const Lldp::BoundedString32&)>& store);
-}  // namespace Inventory
 
 namespace LldpMed {
 
@@ -31,7 +27,14 @@ class BitReader {
   explicit BitReader(const uint8_t* p) : p_(p) {}
   uint64_t take(int bits) {
     uint64_t v = 0;
-    for (int i = 0; i < bits; ++i, ++pos_) v = v << 1 | ((p_[pos_ / 8] >> (7 - pos_ % 8)) & 1);
+    while (bits > 0) {
+      const int free = 8 - pos_ % 8;  // unread bits left in the current byte
+      const int n = bits < free ? bits : free;
+      const uint64_t chunk = (p_[pos_ / 8] >> (free - n)) & ((1u << n) - 1);
+      v = v << n | chunk;
+      pos_ += n;
+      bits -= n;
+    }
     return v;
   }
 
@@ -39,6 +42,14 @@ class BitReader {
   const uint8_t* p_;
   int pos_ = 0;
 };
+
+// The neighbour's location so far, to change one part of; reused so that refreshes allocate
+// nothing. A location TLV replaces only its own part.
+LocationId& workLocation(const RemoteSystem& rs) {
+  static LocationId work;
+  work = rs.locationId();
+  return work;
+}
 
 int64_t signExtend(uint64_t v, int bits) {
   const uint64_t sign = uint64_t{1} << (bits - 1);
@@ -84,7 +95,7 @@ TlvParseResult parseCoordinate(int dataLen, const uint8_t* data, RemoteSystem& r
     return TlvParseResultFatalError;
   }
   BitReader bits(data);
-  LocationId loc = rs.locationId();
+  LocationId& loc = workLocation(rs);
   LocationId::CoordinateLci& c = loc.coordinate;
   c.latitudeResolution = static_cast<uint8_t>(bits.take(6));
   c.latitude = signExtend(bits.take(34), 34);
@@ -111,9 +122,9 @@ TlvParseResult parseCivicAddress(int dataLen, const uint8_t* data, RemoteSystem&
                        << ", addressDataLen: " << dataLen << ")";
     return TlvParseResultFatalError;
   }
-  LocationId loc = rs.locationId();
+  LocationId& loc = workLocation(rs);
   LocationId::CivicAddressLCI& civic = loc.civicAddress;
-  civic = {};
+  civic.caElements.clear();
   civic.length = static_cast<uint8_t>(dataLen);
   civic.what = data[1];
   civic.countryCode.assign(reinterpret_cast<const char*>(data + 2), 2);
@@ -123,14 +134,13 @@ TlvParseResult parseCivicAddress(int dataLen, const uint8_t* data, RemoteSystem&
   }
   const uint8_t* p = data + 4;
   int remaining = lciLength - 3;
-  uint8_t position = 0;
   while (remaining >= 2) {
     const uint8_t caType = p[0];
     const int caLen = p[1];
     p += 2;
     remaining -= 2;
     if (remaining < caLen) break;
-    civic.caElements[++position] = {caType, std::string(reinterpret_cast<const char*>(p), caLen)};
+    civic.caElements.push_back({caType, std::string(reinterpret_cast<const char*>(p), caLen)});
     p += caLen;
     remaining -= caLen;
   }
@@ -154,7 +164,7 @@ TlvParseResult parseElin(int len, const uint8_t* data, RemoteSystem& rs) {
   if (!std::all_of(elin.begin(), elin.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
     TRACE(medTrace, 6) << "Warning: LLDP-MED ECS ELIN Number has non digit chars";
   }
-  LocationId loc = rs.locationId();
+  LocationId& loc = workLocation(rs);
   loc.elin.assign(elin);
   loc.elinPresent = true;
   rs.locationIdIs(loc);
@@ -177,35 +187,35 @@ TlvParseResult parseLocation(int len, const uint8_t* info, RemoteSystem& rs) {
   }
 }
 
-using InventorySetter = void (RemoteSystem::*)(const BoundedString32&);
+using InventorySetter = void (RemoteSystem::*)(const std::string_view&);
 
 template <InventorySetter Setter>
 TlvParseResult storeInventory(int len, const uint8_t* info, RemoteSystem& rs, const char* name) {
-  return Inventory::parseTlv(len, info, name, [&rs](const BoundedString32& v) { (rs.*Setter)(v); });
+  return Inventory::parseTlv(len, info, name, [&rs](std::string_view v) { (rs.*Setter)(v); });
 }
 
 }  // namespace
 
 TlvParseResult parseHardwareRevisionTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::hardwareRevisionTlvInfoIs>(len, info, rs, "Hardware Revision");
+  return storeInventory<&RemoteSystem::hardwareRevisionTlvInfoIs<std::string_view>>(len, info, rs, "Hardware Revision");
 }
 TlvParseResult parseFirmwareRevisionTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::firmwareRevisionTlvInfoIs>(len, info, rs, "Firmware Revision");
+  return storeInventory<&RemoteSystem::firmwareRevisionTlvInfoIs<std::string_view>>(len, info, rs, "Firmware Revision");
 }
 TlvParseResult parseSoftwareRevisionTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::softwareRevisionTlvInfoIs>(len, info, rs, "Software Revision");
+  return storeInventory<&RemoteSystem::softwareRevisionTlvInfoIs<std::string_view>>(len, info, rs, "Software Revision");
 }
 TlvParseResult parseSerialNumberTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::serialNumberTlvInfoIs>(len, info, rs, "Serial Number");
+  return storeInventory<&RemoteSystem::serialNumberTlvInfoIs<std::string_view>>(len, info, rs, "Serial Number");
 }
 TlvParseResult parseManufacturerNameTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::manufacturerNameTlvInfoIs>(len, info, rs, "Manufacturer Name");
+  return storeInventory<&RemoteSystem::manufacturerNameTlvInfoIs<std::string_view>>(len, info, rs, "Manufacturer Name");
 }
 TlvParseResult parseModelNameTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::modelNameTlvInfoIs>(len, info, rs, "Model Name");
+  return storeInventory<&RemoteSystem::modelNameTlvInfoIs<std::string_view>>(len, info, rs, "Model Name");
 }
 TlvParseResult parseAssetIDTlv(int len, const uint8_t* info, RemoteSystem& rs) {
-  return storeInventory<&RemoteSystem::assetIDTlvInfoIs>(len, info, rs, "Asset ID");
+  return storeInventory<&RemoteSystem::assetIDTlvInfoIs<std::string_view>>(len, info, rs, "Asset ID");
 }
 
 bool addTlvs(uint8_t*& cursor, const uint8_t* end, const LocalPort& localPort,
@@ -271,22 +281,5 @@ TlvParseResult parseTlv(int subtype, int len, const uint8_t* info, RemoteSystem&
 }  // namespace LldpMed
 
 namespace Inventory {
-
-Lldp::TlvParseResult parseTlv(int len, const uint8_t* info, const char* name,
-                              const std::function<void(const Lldp::BoundedString32&)>& store) {
-  static Platform::TraceFacility inventoryTrace("Inventory");
-  if (len < 0) {
-    TRACE(inventoryTrace, 0) << "Error: LLDP-MED " << name << " TLV is too short (orgDefInfoLen=" << len << ")";
-    return Lldp::TlvParseResultFatalError;
-  }
-  if (len > 32) {
-    TRACE(inventoryTrace, 0) << "Error: LLDP-MED " << name << " TLV is too big (orgDefInfoLen=" << len << ")";
-    return Lldp::TlvParseResultFatalError;
-  }
-  const Lldp::BoundedString32 value(Lldp::bytesOf(info, len));
-  TRACE(inventoryTrace, 8) << "LLDP-MED " << name << " TLV has value: " << value;
-  store(value);
-  return Lldp::TlvParseResultOk;
-}
-
+Platform::TraceFacility inventoryTrace("Inventory");
 }  // namespace Inventory

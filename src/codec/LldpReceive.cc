@@ -355,6 +355,28 @@ void handleShutdown(const FrameParse& frame, Status& status, PortStatus& portSta
   status.remTablesLastChangeTimeIs(now);
 }
 
+uint64_t frameHash(const uint8_t* start, const uint8_t* end) {
+  return std::hash<std::string_view>()(bytesOf(start, static_cast<int>(end - start)));
+}
+
+// A refresh whose bytes equal the last frame applied for this neighbour changes nothing but
+// its times and the counters the parse would move. Tracing needs the full parse.
+bool refreshUnchanged(RemoteSystem& rs, const uint8_t* start, const uint8_t* end,
+                      Status& status, PortStatus& portStatus, const Konet::EthAddr& sourceMac,
+                      double now) {
+  RemoteSystem::LastFrame& last = rs.lastFrame();
+  if (!last.reusable || last.length != end - start || Platform::anyTraceEnabled()) return false;
+  if (last.hash != frameHash(start, end)) return false;
+  if (last.unrecognizedTlvs) portStatus.rxTLVsUnrecognizedTotalInc(last.unrecognizedTlvs);
+  if (last.discardedTlvs) portStatus.rxTLVsDiscardedTotalInc(last.discardedTlvs);
+  rs.ethAddrIs(sourceMac);
+  rs.lastRefreshTimeIs(now);
+  rs.expiryTimeIs(now + rs.ttl());
+  status.lastPacketParsedTimeIs(now);
+  if (last.hadError) portStatus.rxFramesErrorsInc(1);
+  return true;
+}
+
 RemoteSystem& scratchRecord() {
   static const RemoteSystem::Ptr scratch = Platform::make<RemoteSystem>(1, Msap{});
   return *scratch;
@@ -420,12 +442,18 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   }
   TRACE(lldpProtocolTrace, 6) << "Received info frame from " << MsapText{frame.msap()}
                               << " valid for " << frame.ttl << " seconds";
+  if (const RemoteSystem::Ptr known = portStatus.remoteSystemByMsap(frame.msap());
+      known && refreshUnchanged(*known, start, end, status, portStatus, sourceMac, now)) {
+    return known;
+  }
 
   RemoteSystem& scratch = scratchRecord();
   UnknownOrgDefTlvParseContext& context = parseContext();
   resetScratch(scratch);
   context.clear();
   bool hadError = false;
+  bool reusable = lldpMedToggle.enabled();  // a CEE TLV or a toggled switch needs a real parse
+  uint16_t unrecognizedTlvs = 0, discardedTlvs = 0;
   try {
     while (cursor < end) {
       int type = 0, len = 0;
@@ -433,19 +461,23 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
       if (!extractTlv(cursor, end, type, len, info)) {
         TRACE(lldpProtocolTrace, 0) << "Error: frame ended during optional TLV";
         portStatus.rxTLVsDiscardedTotalInc(1);
+        ++discardedTlvs;
         hadError = true;
         break;
       }
       const TlvParseResult result = parseOptionalTlv(type, len, info, scratch, portStatus, context);
       TRACE(lldpProtocolTrace, 8) << "Parsed TLV: result=" << result;
+      if (type == kTlvOrgSpecific && len >= 4 && Oui(be32(info) >> 8) == kOuiCee) reusable = false;
       if (result == TlvParseResultEnd) break;
       if (result == TlvParseResultOk) continue;
       if (result == TlvParseResultUnrecognized) {
         portStatus.rxTLVsUnrecognizedTotalInc(1);
+        ++unrecognizedTlvs;
         continue;
       }
       if (result == TlvParseResultDiscard) {
         portStatus.rxTLVsDiscardedTotalInc(1);
+        ++discardedTlvs;
         hadError = true;
         continue;
       }
@@ -479,6 +511,8 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
     TRACE(lldpProtocolTrace, 0) << "Frame had an error";
     portStatus.rxFramesErrorsInc(1);
   }
+  rs->lastFrame() = {frameHash(start, end), static_cast<uint16_t>(end - start), unrecognizedTlvs,
+                     discardedTlvs, hadError, reusable};
   return rs;
 }
 

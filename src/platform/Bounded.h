@@ -44,7 +44,8 @@ class CompactBytes {
     if (block_) block_->size = 0;
   }
   std::string_view view() const {
-    return block_ ? std::string_view(bytesOf(block_), block_->size) : std::string_view();
+    // Never a null pointer, so that callers may copy zero bytes from it.
+    return block_ ? std::string_view(bytesOf(block_), block_->size) : std::string_view("", 0);
   }
 
  private:
@@ -79,7 +80,7 @@ template <size_t N>
 class InlineBytes {
  public:
   void assign(std::string_view v) {
-    std::memmove(bytes_, v.data(), v.size());
+    if (!v.empty()) std::memmove(bytes_, v.data(), v.size());
     size_ = static_cast<uint16_t>(v.size());
   }
   void clear() { size_ = 0; }

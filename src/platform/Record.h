@@ -206,6 +206,8 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
      now), obs.memberDeleted(name, key), obs.memberUpdated(name, key) see each change. */ \
   template <class Obs>                                                                   \
   bool copyChangedFrom(const Self& src, Obs& obs) {                                      \
+    (void)src;                                                                           \
+    (void)obs;                                                                           \
     bool changed = false;                                                                \
     LIST(PLATFORM_X_COPY)                                                                \
     return changed;                                                                      \

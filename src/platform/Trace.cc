@@ -7,6 +7,9 @@
 #include <map>
 
 namespace Platform {
+
+bool gAnyTraceEnabled = false;
+
 namespace {
 
 struct Registry {
@@ -19,6 +22,11 @@ struct Registry {
 Registry& registry() {
   static Registry r;
   return r;
+}
+
+void recountEnabled() {
+  gAnyTraceEnabled = false;
+  for (const TraceFacility* f : registry().facilities) gAnyTraceEnabled |= f->level() >= 0;
 }
 
 int levelFor(const Registry& r, std::string_view name) {
@@ -67,11 +75,18 @@ TraceFacility::TraceFacility(const char* name) : name_(name) {
   readEnvironmentOnce(r);
   level_ = levelFor(r, name_);
   r.facilities.push_back(this);
+  gAnyTraceEnabled |= level_ >= 0;
 }
 
 TraceFacility::~TraceFacility() {
   auto& f = registry().facilities;
   f.erase(std::remove(f.begin(), f.end(), this), f.end());
+  recountEnabled();
+}
+
+void TraceFacility::levelIs(int level) {
+  level_ = level;
+  recountEnabled();
 }
 
 TraceSink traceSinkIs(TraceSink sink) {
@@ -85,7 +100,8 @@ bool traceLevelsIs(std::string_view text) {
   std::map<std::string, int, std::less<>> levels;
   if (!parseLevels(text, levels)) return false;
   r.levels = std::move(levels);
-  for (TraceFacility* f : r.facilities) f->levelIs(levelFor(r, f->name()));
+  for (TraceFacility* f : r.facilities) f->level_ = levelFor(r, f->name());
+  recountEnabled();
   return true;
 }
 

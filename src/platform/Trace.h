@@ -20,15 +20,20 @@ class TraceFacility {
 
   bool enabled(int level) const { return level <= level_; }
   int level() const { return level_; }
-  void levelIs(int level) { level_ = level; }
+  void levelIs(int level);
   const char* name() const { return name_; }
 
  private:
+  friend bool traceLevelsIs(std::string_view text);
   const char* name_;
   int level_ = -1;
 };
 
 using TraceSink = std::function<void(const TraceFacility&, int level, std::string_view line)>;
+
+// Whether any facility emits at any level (lets hot paths skip work that exists only to trace).
+extern bool gAnyTraceEnabled;
+inline bool anyTraceEnabled() { return gAnyTraceEnabled; }
 
 // Replaces where trace lines go (standard error by default); returns the previous sink.
 TraceSink traceSinkIs(TraceSink sink);

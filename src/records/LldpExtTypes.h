@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <vector>
 #include <ostream>
 #include <string>
 
@@ -135,7 +135,7 @@ struct LocationId {
     uint8_t length = 0;
     uint8_t what = 0;
     std::string countryCode;
-    std::map<uint8_t, CaElement> caElements;  // by 1-based position
+    std::vector<CaElement> caElements;  // element at position p (from 1) is caElements[p - 1]
     bool operator==(const CivicAddressLCI&) const = default;
   };
 
@@ -145,6 +145,16 @@ struct LocationId {
   CivicAddressLCI civicAddress;
   bool elinPresent = false;
   std::string elin;  // at most 25 characters
+
+  // Back to no location, keeping buffers for the next value.
+  void clear() {
+    coordinatePresent = civicAddressPresent = elinPresent = false;
+    coordinate = {};
+    civicAddress.length = civicAddress.what = 0;
+    civicAddress.countryCode.clear();
+    civicAddress.caElements.clear();
+    elin.clear();
+  }
   bool operator==(const LocationId&) const = default;
 };
 

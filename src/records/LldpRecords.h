@@ -226,6 +226,21 @@ class RemoteSystem : public Platform::Entity {
   RemoteSystem(int32_t index, Msap msap);
   // Whether any LLDP-MED TLV came from this neighbour.
   bool anyLldpMedReceived() const;
+
+  // The receive path's memo of the last LLDPDU it applied: a byte-identical refresh needs no
+  // parse, only what the parse would have counted. Not part of the record's state.
+  struct LastFrame {
+    uint64_t hash = 0;
+    uint16_t length = 0;
+    uint16_t unrecognizedTlvs = 0;
+    uint16_t discardedTlvs = 0;
+    bool hadError = false;
+    bool reusable = false;
+  };
+  LastFrame& lastFrame() { return lastFrame_; }
+
+ private:
+  LastFrame lastFrame_;
 };
 
 class PortStatus : public Platform::Entity {

@@ -123,8 +123,9 @@ void to_json(nlohmann::ordered_json& j, const LocationId& v) {
   j["civicAddressPresent"] = v.civicAddressPresent;
   if (v.civicAddressPresent) {
     nlohmann::ordered_json elements = nlohmann::ordered_json::array();
-    for (const auto& [position, e] : v.civicAddress.caElements) {
-      elements.push_back({{"position", position}, {"caType", e.caType}, {"caValue", e.caValue}});
+    for (size_t i = 0; i < v.civicAddress.caElements.size(); ++i) {
+      const auto& e = v.civicAddress.caElements[i];
+      elements.push_back({{"position", i + 1}, {"caType", e.caType}, {"caValue", e.caValue}});
     }
     j["civicAddress"] = {{"length", v.civicAddress.length},
                          {"what", v.civicAddress.what},

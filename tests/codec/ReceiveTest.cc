@@ -260,3 +260,45 @@ TEST_F(ReceiveTest, UnknownSubtypesAreTracedRaw) {
 
 }  // namespace
 }  // namespace CodecTest
+
+namespace CodecTest {
+namespace {
+
+using namespace Lldp;
+
+struct ReceiveUntracedTest : PortFixture {
+  ReceiveUntracedTest() { Platform::traceLevelsIs(""); }
+};
+
+TEST_F(ReceiveUntracedTest, IdenticalRefreshCountsWhatAParseWouldCount) {
+  const auto frame = hex(std::string(kMandatory) + R"(
+      14 01 aa              # reserved type 10: unrecognized
+      0e 04 00 04 00 14     # inconsistent capabilities: discarded
+      00 00)");
+  for (int i = 0; i < 3; ++i) {
+    now += 10;
+    auto rs = receive(frame);
+    ASSERT_TRUE(rs);
+    EXPECT_EQ(rs->expiryTime(), now + 120);
+    EXPECT_EQ(rs->lastRefreshTime(), now);
+  }
+  EXPECT_EQ(portStatus->rxFramesTotal(), 3u);
+  EXPECT_EQ(portStatus->rxTLVsUnrecognizedTotal(), 3u);
+  EXPECT_EQ(portStatus->rxTLVsDiscardedTotal(), 3u);
+  EXPECT_EQ(portStatus->rxFramesErrors(), 3u);
+  EXPECT_EQ(status->lastPacketParsedTime(), now);
+}
+
+TEST_F(ReceiveUntracedTest, ACeeTlvIsParsedOnEveryFrame) {
+  auto withSeq = [&](uint8_t seq) {
+    return hex(std::string(kMandatory) + "fe 10 00 1b 21 02  00 00 01 01  00 00 00 0" +
+               std::to_string(seq) + "  00 00 00 00  00 00");
+  };
+  receive(withSeq(5));
+  portStatus->ceeSeqNumToAckIs(0);  // as if another neighbour on the port had spoken
+  receive(withSeq(5));
+  EXPECT_EQ(portStatus->ceeSeqNumToAck(), 5u);
+}
+
+}  // namespace
+}  // namespace CodecTest
