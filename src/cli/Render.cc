@@ -204,6 +204,7 @@ void renderDecodeText(const DecodeResult& result, std::ostream& out) {
   out << "\nReceive counters: frames " << ps.rxFramesTotal() << ", errors " << ps.rxFramesErrors()
       << ", discarded " << ps.rxFramesDiscardedTotal() << ", TLVs discarded "
       << ps.rxTLVsDiscardedTotal() << ", TLVs unrecognized " << ps.rxTLVsUnrecognizedTotal() << "\n";
+  if (ps.ceeSeqNumToAck()) out << "CEE sequence number to acknowledge: " << ps.ceeSeqNumToAck() << "\n";
   const Lldp::Status& st = *result.status;
   out << "Table counters: inserts " << st.remTablesInserts() << ", deletes " << st.remTablesDeletes()
       << ", drops " << st.remTablesDrops() << ", ageouts " << st.remTablesAgeouts() << "\n";
