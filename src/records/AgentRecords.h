@@ -99,33 +99,6 @@ class EthLagIntfStatusDir : public Platform::Entity {
   EthLagIntfStatusDir() = default;
 };
 
-// The interfaces on which packet access is wanted.
-class PamDesiredIntfDir : public Platform::Entity {
-#define INTF_PAM_DESIRED_ATTRS(X)     \
-  X(Meta, name, std::string, {})      \
-  X(Coll, intfDesired, Konet::IntfId, bool)
-  PLATFORM_RECORD(PamDesiredIntfDir, INTF_PAM_DESIRED_ATTRS)
- public:
-  explicit PamDesiredIntfDir(std::string name = {}) : name_(std::move(name)) {}
-};
-
-// What the kernel knows of an interface: its device name, index and address.
-struct DeviceIntf {
-  std::string deviceName;
-  int32_t ifIndex = 0;
-  Konet::EthAddr addr;
-  bool operator==(const DeviceIntf&) const = default;
-};
-
-class DeviceIntfStatusDir : public Platform::Entity {
-#define INTF_DEVICE_STATUS_ATTRS(X)   \
-  X(Meta, name, std::string, {})      \
-  X(Coll, deviceIntf, Konet::IntfId, DeviceIntf)
-  PLATFORM_RECORD(DeviceIntfStatusDir, INTF_DEVICE_STATUS_ATTRS)
- public:
-  explicit DeviceIntfStatusDir(std::string name = {}) : name_(std::move(name)) {}
-};
-
 }  // namespace Interface
 
 namespace Bridging {

@@ -147,11 +147,6 @@ void to_json(nlohmann::ordered_json& j, const RemTablesClearRequest& v) {
 
 }  // namespace Lldp
 
-namespace Interface {
-void to_json(nlohmann::ordered_json& j, const DeviceIntf& v) {
-  j = {{"deviceName", v.deviceName}, {"ifIndex", v.ifIndex}, {"addr", v.addr}};
-}
-}  // namespace Interface
 
 namespace Identity::NbrClassification {
 void to_json(nlohmann::ordered_json& j, const Neighbor& v) {

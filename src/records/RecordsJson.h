@@ -44,9 +44,6 @@ void to_json(nlohmann::ordered_json& j, const MgmtAddrTxOption& v);
 void to_json(nlohmann::ordered_json& j, const RemTablesClearRequest& v);
 }  // namespace Lldp
 
-namespace Interface {
-void to_json(nlohmann::ordered_json& j, const DeviceIntf& v);
-}
 
 namespace Identity::NbrClassification {
 void to_json(nlohmann::ordered_json& j, const Neighbor& v);

@@ -1,0 +1,61 @@
+// A protocol root on a simulated wire in virtual time, with one LLDP port "Ethernet1" whose
+// far end ("peer:Ethernet1") the test drives.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/Log.h"
+#include "platform/SimPacketAccess.h"
+#include "platform/Trace.h"
+#include "protocol/LldpProtocolSm.h"
+
+namespace ProtocolTest {
+
+using Lldp::Agent::Protocol::LldpPamSm;
+using Lldp::Agent::Protocol::TxFsmState;
+
+struct Node {
+  Node(Platform::VirtualScheduler& s, Platform::SimWire& wire, const std::string& name,
+       uint8_t macByte);
+  void addPort(const std::string& intf);
+
+  Platform::VirtualScheduler& scheduler;
+  std::string name;
+  uint8_t macByte;
+  Lldp::Config::Ptr config = Platform::make<Lldp::Config>();
+  Lldp::CliConfig::Ptr cliConfig = Platform::make<Lldp::CliConfig>();
+  Lldp::Status::Ptr status = Platform::make<Lldp::Status>("1");
+  Lldp::LocalSystem::Ptr localSystem = Platform::make<Lldp::LocalSystem>();
+  Interface::AllEthPhyIntfStatusDir::Ptr phy = Platform::make<Interface::AllEthPhyIntfStatusDir>();
+  std::unique_ptr<Lldp::Agent::Protocol::Root> root;
+
+  LldpPamSm* engine(const std::string& intf) const { return root->protocolSm()->lldpPamSm(intf); }
+};
+
+struct EngineFixture : ::testing::Test {
+  Platform::VirtualScheduler scheduler{0};
+  Platform::SimWire wire{scheduler};
+  Node dut{scheduler, wire, "dut", 1};
+  std::vector<std::string> traces;
+  Platform::TraceSink previousSink;
+  Platform::CapturingLogSink logs;
+
+  EngineFixture();
+  ~EngineFixture() override;
+
+  LldpPamSm* engine() const { return dut.engine("Ethernet1"); }
+  Lldp::PortStatus::Ptr portStatus() const { return dut.status->portStatus("Ethernet1"); }
+  Lldp::PortConfig::Ptr portConfig() const { return dut.config->portConfig("Ethernet1"); }
+  Interface::EthPhyIntfStatus::Ptr phy() const { return dut.phy->intfStatus("Ethernet1"); }
+  // Times at which the DUT's port sent LLDPDUs.
+  std::vector<double> sentTimes() const;
+  // An LLDP frame from a neighbour with the given chassis byte, TTL and system name.
+  static std::vector<uint8_t> neighbourFrame(uint8_t chassis, uint16_t ttl, const std::string& sysName = "peer");
+  void fromPeer(const std::vector<uint8_t>& frame) { wire.inject("dut:Ethernet1", frame); }
+  bool traced(const std::string& text) const;
+};
+
+}  // namespace ProtocolTest
