@@ -1,0 +1,182 @@
+// Two protocol engines in two network namespaces joined by a veth pair, exchanging LLDPDUs over
+// real raw sockets. Needs root (CI runs it); elsewhere it skips.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "linux/AsioScheduler.h"
+#include "linux/RawSocketPam.h"
+#include "platform/Log.h"
+#include "protocol/LldpProtocolSm.h"
+
+namespace {
+
+using Lldp::Agent::Protocol::Root;
+
+int sh(const std::string& cmd) { return std::system((cmd + " >/dev/null 2>&1").c_str()); }
+
+std::string shOut(const std::string& cmd) {
+  std::string out;
+  if (FILE* p = popen(cmd.c_str(), "r")) {
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+  }
+  return out;
+}
+
+// One engine in a namespace, its records filled by the test.
+struct Side {
+  Side(Linux::AsioScheduler& s, const std::string& ns, const std::string& name, const std::string& dev,
+       const Konet::EthAddr& mac)
+      : device(dev) {
+    localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier{
+        Lldp::chassisIdMacAddress, Lldp::ChassisId(std::string(reinterpret_cast<const char*>(mac.data()), 6))});
+    localSystem->sysNameIs(name);
+    localSystem->sysDescIs("namespace test engine");
+    root = Lldp::Agent::Protocol::rootFactory(name, s, [ns](Root& r) {
+      return std::make_unique<Linux::RawSocketPamManager>(r.desiredIntfDir(), r.pamCollection(),
+                                                          r.deviceIntfStatusDir(), r.scheduler(), ns);
+    });
+    root->configIs(config);
+    root->statusIs(status);
+    root->localSystemIs(localSystem);
+    root->ethPhyIntfStatusDirIs(phyDir);
+    root->deviceIntfStatusDirIs("devices");
+    root->desiredIntfDirIs("desired");
+    root->pamCollectionIs("pams");
+    root->doInitializePamMan();
+    root->protocolSmIs();
+    root->onOffSwitchSmIs(cliConfig, root->pamMan());
+
+    phy = phyDir->intfStatusIs(dev);
+    phy->linkStatusIs(Interface::LinkStatus::linkUp);
+    phy->addrIs(mac);
+    config->portConfigIs(dev)->enabledTlvsIs(Lldp::PortConfig::EnabledTlvs{0x0f});
+    localSystem->localPortIs(dev)->portIdentifierIs(Lldp::PortIdentifier{Lldp::portIdInterfaceName, Lldp::PortId(dev)});
+    status->portStatusIs(dev, s.now());
+    root->deviceIntfStatusDir()->deviceIntfIs(dev, Interface::DeviceIntf{dev, 0, mac});
+    root->desiredIntfDir()->intfDesiredIs(dev, true);
+  }
+  Lldp::PortStatus::Ptr port() const { return status->portStatus(device); }
+
+  std::string device;
+  Lldp::Config::Ptr config = Platform::make<Lldp::Config>();
+  Lldp::CliConfig::Ptr cliConfig = Platform::make<Lldp::CliConfig>();
+  Lldp::Status::Ptr status = Platform::make<Lldp::Status>("1");
+  Lldp::LocalSystem::Ptr localSystem = Platform::make<Lldp::LocalSystem>();
+  Interface::AllEthPhyIntfStatusDir::Ptr phyDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();
+  Interface::EthPhyIntfStatus::Ptr phy;
+  std::unique_ptr<Root> root;
+};
+
+class NetnsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces and raw sockets";
+    if (sh("ip -V") != 0) GTEST_SKIP() << "needs iproute2 (ip)";
+    const std::string id = std::to_string(getpid());
+    nsA_ = "lldpt-a-" + id;
+    nsB_ = "lldpt-b-" + id;
+    ready_ = sh("ip netns add " + nsA_) == 0 && sh("ip netns add " + nsB_) == 0 &&
+             sh("ip link add lldpa netns " + nsA_ + " address 02:00:00:00:0a:01 type veth peer name lldpb netns " +
+                nsB_ + " address 02:00:00:00:0b:01") == 0 &&
+             sh("ip -n " + nsA_ + " link set lldpa up") == 0 && sh("ip -n " + nsB_ + " link set lldpb up") == 0;
+    if (!ready_) GTEST_SKIP() << "cannot create network namespaces and a veth pair here";
+    Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  }
+  void TearDown() override {
+    if (!nsA_.empty()) sh("ip netns del " + nsA_);
+    if (!nsB_.empty()) sh("ip netns del " + nsB_);
+    Platform::logSinkIs(nullptr);
+  }
+  std::string nsA_, nsB_;
+  bool ready_ = false;
+};
+
+TEST_F(NetnsTest, EnginesLearnEachOtherOverRawSockets) {
+  Linux::AsioScheduler s;
+  Side a(s, nsA_, "side-a", "lldpa", *Konet::EthAddr::parse("02:00:00:00:0a:01"));
+  Side b(s, nsA_ == "" ? "" : nsB_, "side-b", "lldpb", *Konet::EthAddr::parse("02:00:00:00:0b:01"));
+  ASSERT_TRUE(a.root->pamCollection()->intfPamHas("lldpa"));
+  ASSERT_TRUE(b.root->pamCollection()->intfPamHas("lldpb"));
+
+  // Capture what crosses the wire while the engines talk.
+  const std::string pcap = "/tmp/lldp-netns-" + std::to_string(getpid()) + ".pcap";
+  const bool haveTcpdump = sh("tcpdump --version") == 0;
+  if (haveTcpdump) {
+    sh("(ip netns exec " + nsA_ + " timeout 5 tcpdump -i lldpa -w " + pcap + " ether proto 0x88cc &)");
+    s.runFor(0.5);
+  }
+  s.runFor(4);  // the first LLDPDUs leave after txDelay (2 s)
+
+  ASSERT_EQ(a.port()->remoteSystems(), 1u);
+  ASSERT_EQ(b.port()->remoteSystems(), 1u);
+  const auto& fromB = *a.port()->remoteSystem().begin().value();
+  EXPECT_EQ(fromB.sysName(), "side-b");
+  EXPECT_EQ(fromB.msap().chassisIdentifier.stringValue(), "02:00:00:00:0b:01");
+  EXPECT_EQ(fromB.msap().portIdentifier.stringValue(), "lldpb");
+  EXPECT_EQ(fromB.ethAddr().toString(), "02:00:00:00:0b:01");
+  EXPECT_EQ(b.port()->remoteSystem().begin().value()->sysName(), "side-a");
+  EXPECT_EQ(a.port()->rxFramesErrors(), 0u);
+  EXPECT_EQ(a.port()->remoteSystems(), 1u);  // our own frames never come back as a neighbour
+
+  if (haveTcpdump) {
+    sh("sleep 1.5");
+    const std::string decoded = shOut("tcpdump -nn -v -r " + pcap + " 2>&1");
+    EXPECT_NE(decoded.find("LLDP"), std::string::npos) << decoded;
+    EXPECT_EQ(decoded.find("malformed"), std::string::npos) << decoded;
+    EXPECT_EQ(decoded.find("[|"), std::string::npos) << decoded;
+    std::remove(pcap.c_str());
+  }
+
+  // Link down on one side forgets the neighbour there only.
+  a.phy->linkStatusIs(Interface::LinkStatus::linkDown);
+  EXPECT_EQ(a.port()->remoteSystems(), 0u);
+  EXPECT_EQ(b.port()->remoteSystems(), 1u);
+}
+
+TEST_F(NetnsTest, TaggedFramesArriveWithTheirTagSeparated) {
+  Linux::AsioScheduler s;
+  Side a(s, nsA_, "side-a", "lldpa", *Konet::EthAddr::parse("02:00:00:00:0a:01"));
+  a.config->portConfig("lldpa")->adminStatusIs(Lldp::AdminStatus::rxOnly);
+  std::vector<std::string> traces;
+  auto previous = Platform::traceSinkIs([&](const Platform::TraceFacility&, int, std::string_view l) {
+    traces.emplace_back(l);
+  });
+  Platform::traceLevelsIs("LldpProtocolSm/6");
+  // A tagged LLDPDU sent into the wire from a raw socket in the other namespace.
+  struct SenderConfig : Interface::EthDevPamManager {
+    void handleEnabled() override {}
+  } config;
+  config.ethProtocolIs(3);
+  std::string error;
+  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", config, s, nsB_, error);
+  ASSERT_TRUE(sender) << error;
+  const uint8_t frame[] = {
+      0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0xbb, 0x02,  // addresses
+      0x81, 0x00, 0x00, 0x64,                                                // 802.1Q, VLAN 100
+      0x88, 0xcc,                                                            // LLDP
+      0x02, 0x07, 0x04, 0x02, 0x00, 0x00, 0x00, 0x0b, 0xbb,                  // Chassis ID
+      0x04, 0x06, 0x05, 'e', 't', 'h', '9', '9',                             // Port ID
+      0x06, 0x02, 0x00, 0x78, 0x00, 0x00};                                   // TTL 120, End
+  auto pkt = Platform::PacketPool::instance().alloc();
+  std::memcpy(pkt->append(sizeof frame), frame, sizeof frame);
+  s.runFor(0.2);
+  sender->txPkt(std::move(pkt));
+  EXPECT_EQ(sender->txFrames(), 1u);
+  s.runFor(0.5);
+  Platform::traceLevelsIs("");
+  Platform::traceSinkIs(previous);
+  ASSERT_EQ(a.port()->remoteSystems(), 1u);
+  bool tagSeen = false;
+  for (const auto& t : traces) tagSeen |= t.find("with VLAN ID 100") != std::string::npos;
+  EXPECT_TRUE(tagSeen);
+}
+
+}  // namespace
