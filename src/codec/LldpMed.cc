@@ -127,7 +127,7 @@ TlvParseResult parseCivicAddress(int dataLen, const uint8_t* data, RemoteSystem&
   civic.caElements.clear();
   civic.length = static_cast<uint8_t>(dataLen);
   civic.what = data[1];
-  civic.countryCode.assign(reinterpret_cast<const char*>(data + 2), 2);
+  civic.countryCode = bytesOf(data + 2, 2);
   if (civic.what != 2) {
     TRACE(medTrace, 6) << "Warning: LLDP-MED Civic Adreess LCI What field value is unexpected: "
                        << static_cast<char>(civic.what);
@@ -165,7 +165,7 @@ TlvParseResult parseElin(int len, const uint8_t* data, RemoteSystem& rs) {
     TRACE(medTrace, 6) << "Warning: LLDP-MED ECS ELIN Number has non digit chars";
   }
   LocationId& loc = workLocation(rs);
-  loc.elin.assign(elin);
+  loc.elin = elin;
   loc.elinPresent = true;
   rs.locationIdIs(loc);
   TRACE(medTrace, 6) << "Received LLDP-MED ECS ELIN Number: " << loc.elin;

@@ -22,78 +22,109 @@ struct FixedName {
   char text[N];
 };
 
-// A heap byte string in one pointer: empty costs nothing, and the block is kept on clear() and
-// reused by a later assign() that fits, so refilling a record allocates nothing.
+// A byte string in one word: up to 7 bytes inside the word itself; longer ones in a heap block
+// that copies share (copy on write) and that clear() keeps for the next value, so refilling a
+// record with values of the same size allocates nothing.
 class CompactBytes {
  public:
-  CompactBytes() = default;
-  CompactBytes(const CompactBytes& o) { assign(o.view()); }
-  CompactBytes(CompactBytes&& o) noexcept : block_(o.block_) { o.block_ = nullptr; }
-  CompactBytes& operator=(const CompactBytes& o) {
-    if (this != &o) assign(o.view());
+  CompactBytes() noexcept { setSmall(0); }
+  CompactBytes(const CompactBytes& o) noexcept {
+    std::memcpy(raw_, o.raw_, sizeof raw_);
+    if (Block* b = block()) ++b->refs;
+  }
+  CompactBytes(CompactBytes&& o) noexcept {
+    std::memcpy(raw_, o.raw_, sizeof raw_);
+    o.setSmall(0);
+  }
+  CompactBytes& operator=(const CompactBytes& o) noexcept {
+    CompactBytes copy(o);
+    swap(copy);
     return *this;
   }
   CompactBytes& operator=(CompactBytes&& o) noexcept {
-    std::swap(block_, o.block_);
+    swap(o);
     return *this;
   }
-  ~CompactBytes() { std::free(block_); }
+  ~CompactBytes() { release(); }
 
   void assign(std::string_view v);
-  void clear() {
-    if (block_) block_->size = 0;
-  }
+  void clear();
   std::string_view view() const {
-    // Never a null pointer, so that callers may copy zero bytes from it.
-    return block_ ? std::string_view(bytesOf(block_), block_->size) : std::string_view("", 0);
+    if (const Block* b = block()) return std::string_view(reinterpret_cast<const char*>(b + 1), b->size);
+    return std::string_view(reinterpret_cast<const char*>(raw_ + 1), raw_[0] >> 1);
   }
 
  private:
   struct Block {  // followed by `capacity` bytes
-    uint32_t size;
-    uint32_t capacity;
+    uint32_t refs;
+    uint16_t size;
+    uint16_t capacity;
   };
-  static char* bytesOf(Block* b) { return reinterpret_cast<char*>(b + 1); }
-  Block* block_ = nullptr;
+  static constexpr size_t kSmallMax = 7;
+
+  // A heap pointer is even; a small value has bit 0 of the first byte set and its size above.
+  Block* block() const {
+    if (raw_[0] & 1) return nullptr;
+    Block* b;
+    std::memcpy(&b, raw_, sizeof b);
+    return b;
+  }
+  void setSmall(size_t size) { raw_[0] = static_cast<unsigned char>(size << 1 | 1); }
+  void setBlock(Block* b) { std::memcpy(raw_, &b, sizeof b); }
+  void swap(CompactBytes& o) noexcept {
+    unsigned char t[sizeof raw_];
+    std::memcpy(t, raw_, sizeof raw_);
+    std::memcpy(raw_, o.raw_, sizeof raw_);
+    std::memcpy(o.raw_, t, sizeof raw_);
+  }
+  void release() {
+    Block* b = block();
+    if (b && --b->refs == 0) std::free(b);
+    setSmall(0);
+  }
+
+  alignas(void*) unsigned char raw_[sizeof(void*)];
 };
+static_assert(sizeof(CompactBytes) == sizeof(void*));
 
 inline void CompactBytes::assign(std::string_view v) {
-  if (v.empty()) {
-    clear();
+  Block* b = block();
+  if (b && b->refs == 1 && b->capacity >= v.size()) {
+    if (!v.empty()) std::memmove(b + 1, v.data(), v.size());
+    b->size = static_cast<uint16_t>(v.size());
     return;
   }
-  if (block_ && block_->capacity >= v.size()) {
-    std::memmove(bytesOf(block_), v.data(), v.size());
-    block_->size = static_cast<uint32_t>(v.size());
+  if (v.size() <= kSmallMax) {
+    unsigned char bytes[kSmallMax];
+    if (!v.empty()) std::memcpy(bytes, v.data(), v.size());  // v may point into this value
+    release();
+    if (!v.empty()) std::memcpy(raw_ + 1, bytes, v.size());
+    setSmall(v.size());
     return;
   }
   auto* fresh = static_cast<Block*>(std::malloc(sizeof(Block) + v.size()));
   if (!fresh) throw std::bad_alloc();
-  std::memcpy(bytesOf(fresh), v.data(), v.size());
-  fresh->size = fresh->capacity = static_cast<uint32_t>(v.size());
-  std::free(block_);
-  block_ = fresh;
+  std::memcpy(fresh + 1, v.data(), v.size());
+  fresh->refs = 1;
+  fresh->size = fresh->capacity = static_cast<uint16_t>(v.size());
+  release();
+  setBlock(fresh);
 }
 
-// Bytes kept inside the object: for short values that are built often (addresses).
-template <size_t N>
-class InlineBytes {
- public:
-  void assign(std::string_view v) {
-    if (!v.empty()) std::memmove(bytes_, v.data(), v.size());
-    size_ = static_cast<uint16_t>(v.size());
+inline void CompactBytes::clear() {
+  Block* b = block();
+  if (b && b->refs == 1) {
+    b->size = 0;
+    return;
   }
-  void clear() { size_ = 0; }
-  std::string_view view() const { return std::string_view(bytes_, size_); }
-
- private:
-  uint16_t size_ = 0;
-  char bytes_[N];
-};
+  release();
+}
 
 // A byte string of at most Max bytes. Assigning an unchanged value allocates nothing.
 template <FixedName Name, size_t Max, class Storage = CompactBytes>
 class BoundedBytes {
+  static_assert(Max <= 0xffff, "compact storage holds at most 65535 bytes");
+
  public:
   static constexpr size_t kMax = Max;
 

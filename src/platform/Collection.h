@@ -151,20 +151,20 @@ class Coll {
     if (!s_) return;
     Map& m = s_->map;
     parkCursorsAtEnd(m);
-    while (!m.empty()) s_->spares.push_back(m.extract(m.begin()));
+    if (!s_->spares) s_->spares = std::make_unique<std::vector<typename Map::node_type>>();
+    while (!m.empty()) s_->spares->push_back(m.extract(m.begin()));
   }
 
  private:
   template <class V>
   void insertNew(const key_type& key, V&& value) {
     Map& m = s_->map;
-    auto& spares = s_->spares;
-    if (spares.empty()) {
+    if (!s_->spares || s_->spares->empty()) {
       insertKeepingCursors([&] { m.emplace(key, std::forward<V>(value)); });
       return;
     }
-    auto node = std::move(spares.back());
-    spares.pop_back();
+    auto node = std::move(s_->spares->back());
+    s_->spares->pop_back();
     node.key() = key;
     node.mapped() = std::forward<V>(value);
     insertKeepingCursors([&] { m.insert(std::move(node)); });
@@ -220,7 +220,8 @@ class Coll {
 
   struct Storage {
     Map map;
-    std::vector<typename Map::node_type> spares;
+    // Nodes kept by clearRecycling for reuse; only the receive path's scratch record has any.
+    std::unique_ptr<std::vector<typename Map::node_type>> spares;
   };
   Storage& storage() {
     if (!s_) {

@@ -3,6 +3,17 @@
 
 namespace Platform {
 
+namespace {
+// Notifications in progress, innermost first: few at a time, so one list for all entities
+// costs less than a pointer in every entity.
+struct Cursor {
+  const Entity* entity;
+  Watch* next;
+  Cursor* outer;
+};
+Cursor* gCursors = nullptr;
+}  // namespace
+
 Entity::~Entity() {
   while (head_) unwatch(*head_);
 }
@@ -24,7 +35,7 @@ void Entity::unwatch(Watch& watch) {
   const Entity* e = watch.entity;
   if (!e) return;
   // A notification in progress must not step onto the watch that leaves.
-  for (Cursor* c = e->cursors_; c; c = c->outer) {
+  for (Cursor* c = gCursors; c; c = c->outer) {
     if (c->next == &watch) c->next = watch.next;
   }
   (watch.prev ? watch.prev->next : e->head_) = watch.next;
@@ -37,13 +48,13 @@ void Entity::notifyWatchers(uint16_t attr, const void* key) {
   // A handler may drop the last reference to this entity; keep it alive until we are done.
   const bool owned = refCount() > 0;
   if (owned) ref();
-  Cursor cursor{head_, cursors_};
-  cursors_ = &cursor;
+  Cursor cursor{this, head_, gCursors};
+  gCursors = &cursor;
   while (Watch* w = cursor.next) {
     cursor.next = w->next;
     if (w->attr == attr || w->attr == kAnyAttr) w->fn(w->context, attr, key);
   }
-  cursors_ = cursor.outer;
+  gCursors = cursor.outer;
   if (owned) unref();
 }
 

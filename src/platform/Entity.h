@@ -53,16 +53,11 @@ class Entity : public RefCounted {
   }
 
  private:
-  struct Cursor {
-    Watch* next;
-    Cursor* outer;
-  };
   void notifyWatchers(uint16_t attr, const void* key);
 
   // Watching does not change an entity's state, so read-only holders may watch too.
   mutable Watch* head_ = nullptr;
   mutable Watch* tail_ = nullptr;
-  mutable Cursor* cursors_ = nullptr;
 };
 
 }  // namespace Platform

@@ -112,14 +112,14 @@ struct NetworkPolicyConfig {
 };
 
 struct LocationId {
-  struct CoordinateLci {
-    uint8_t latitudeResolution = 0;
+  struct CoordinateLci {  // (wide fields first: neighbours are many, padding adds up)
     int64_t latitude = 0;  // 34-bit two's complement fixed point, 25 fraction bits
-    uint8_t longitudeResolution = 0;
     int64_t longitude = 0;
+    int32_t altitude = 0;  // 30-bit two's complement fixed point, 8 fraction bits
+    uint8_t latitudeResolution = 0;
+    uint8_t longitudeResolution = 0;
     uint8_t altitudeType = 0;
     uint8_t altitudeResolution = 0;
-    int32_t altitude = 0;  // 30-bit two's complement fixed point, 8 fraction bits
     uint8_t datum = 0;
     double latitudeDegrees() const { return static_cast<double>(latitude) / (1 << 25); }
     double longitudeDegrees() const { return static_cast<double>(longitude) / (1 << 25); }
@@ -132,19 +132,19 @@ struct LocationId {
       std::string caValue;
       bool operator==(const CaElement&) const = default;
     };
+    std::vector<CaElement> caElements;  // element at position p (from 1) is caElements[p - 1]
+    Platform::BoundedBytes<"CountryCode", 2> countryCode;
     uint8_t length = 0;
     uint8_t what = 0;
-    std::string countryCode;
-    std::vector<CaElement> caElements;  // element at position p (from 1) is caElements[p - 1]
     bool operator==(const CivicAddressLCI&) const = default;
   };
 
-  bool coordinatePresent = false;
   CoordinateLci coordinate;
-  bool civicAddressPresent = false;
   CivicAddressLCI civicAddress;
+  Platform::BoundedBytes<"Elin", 25> elin;
+  bool coordinatePresent = false;
+  bool civicAddressPresent = false;
   bool elinPresent = false;
-  std::string elin;  // at most 25 characters
 
   // Back to no location, keeping buffers for the next value.
   void clear() {

@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -36,7 +37,7 @@ using BoundedString507 = Platform::BoundedBytes<"BoundedString507", 507>;
 using BoundedString511 = Platform::BoundedBytes<"BoundedString511", 511>;
 using ChassisId = Platform::BoundedBytes<"ChassisId", 255>;
 using PortId = Platform::BoundedBytes<"PortId", 255>;
-using ManAddress = Platform::BoundedBytes<"ManAddress", 31, Platform::InlineBytes<31>>;
+using ManAddress = Platform::BoundedBytes<"ManAddress", 31>;
 using NamespaceName = Platform::BoundedBytes<"NamespaceName", 150>;
 using VrfName = Platform::BoundedBytes<"VrfName", 100>;
 
@@ -131,7 +132,7 @@ struct ManagementAddress {
   // What identifies an address: its family and bytes.
   struct Key {
     uint8_t subtype = 0;
-    ManAddress address;
+    ManAddress address;  // (order fixed by aggregate initialisation {subtype, address})
     std::string stringValue() const { return addressText(subtype, address.view()); }
     bool operator==(const Key&) const = default;
     auto operator<=>(const Key&) const = default;
@@ -139,25 +140,30 @@ struct ManagementAddress {
 
   ManagementAddress() = default;
   ManagementAddress(const Key& key, uint8_t ifSubtype, int32_t ifId, std::vector<uint32_t> oid = {})
-      : addrSubtype_(key.subtype), address_(key.address), ifSubtype_(ifSubtype), ifId_(ifId),
-        oid_(std::move(oid)) {}
+      : address_(key.address),
+        oid_(oid.empty() ? nullptr : std::make_shared<const std::vector<uint32_t>>(std::move(oid))),
+        ifId_(ifId), addrSubtype_(key.subtype), ifSubtype_(ifSubtype) {}
 
   uint8_t addrSubtype() const { return addrSubtype_; }
   const ManAddress& address() const { return address_; }
   uint8_t ifSubtype() const { return ifSubtype_; }
   int32_t ifId() const { return ifId_; }
-  const std::vector<uint32_t>& oid() const { return oid_; }
+  const std::vector<uint32_t>& oid() const { return oid_ ? *oid_ : kNoOid; }
   Key key() const { return Key{addrSubtype_, address_}; }
   // The LLDP management address string length: the subtype byte and the address.
   int manAddrLen() const { return 1 + static_cast<int>(address_.size()); }
-  bool operator==(const ManagementAddress&) const = default;
+  bool operator==(const ManagementAddress& o) const {
+    return addrSubtype_ == o.addrSubtype_ && address_ == o.address_ && ifSubtype_ == o.ifSubtype_ &&
+           ifId_ == o.ifId_ && oid() == o.oid();
+  }
 
  private:
-  uint8_t addrSubtype_ = 0;
+  static inline const std::vector<uint32_t> kNoOid;
   ManAddress address_;
-  uint8_t ifSubtype_ = 0;
+  std::shared_ptr<const std::vector<uint32_t>> oid_;  // null for the usual empty OID
   int32_t ifId_ = 0;
-  std::vector<uint32_t> oid_;
+  uint8_t addrSubtype_ = 0;
+  uint8_t ifSubtype_ = 0;
 };
 
 enum class ManAddrType : uint8_t { sourceIntf = 0, intf = 1, fallback = 2 };

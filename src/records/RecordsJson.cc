@@ -129,11 +129,11 @@ void to_json(nlohmann::ordered_json& j, const LocationId& v) {
     }
     j["civicAddress"] = {{"length", v.civicAddress.length},
                          {"what", v.civicAddress.what},
-                         {"countryCode", v.civicAddress.countryCode},
+                         {"countryCode", v.civicAddress.countryCode.str()},
                          {"caElements", elements}};
   }
   j["elinPresent"] = v.elinPresent;
-  if (v.elinPresent) j["elin"] = v.elin;
+  if (v.elinPresent) j["elin"] = v.elin.str();
 }
 void to_json(nlohmann::ordered_json& j, const PortConfig::EnabledTlvs& v) { j = v.value; }
 void to_json(nlohmann::ordered_json& j, const PortConfig::Dot3EnabledTlvs& v) { j = v.value; }

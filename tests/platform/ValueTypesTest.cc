@@ -31,20 +31,29 @@ TEST(BoundedTest, RefusesOversizedValuesWithTheTypeAndBound) {
   }
 }
 
-TEST(BoundedTest, CompactBytesCopiesMovesAndReusesItsBlock) {
+TEST(BoundedTest, CompactBytesSharesCopiesAndReusesItsBlock) {
   using B = Platform::BoundedBytes<"B", 255>;
   B a("hello world, longer than a short string");
   B b = a;
+  EXPECT_EQ(b.data(), a.data());  // copies share the block
+  b = std::string_view("another value of a fair length");
+  EXPECT_EQ(a, "hello world, longer than a short string");  // copy on write
   B c = std::move(a);
-  EXPECT_EQ(b, c);
   EXPECT_TRUE(a.empty());
-  const uint8_t* block = b.data();
-  b = std::string_view("short");
-  EXPECT_EQ(b.data(), block);  // fits: same block
-  b.clear();
-  EXPECT_TRUE(b.empty());
-  b = b.view();  // self-assignment
-  EXPECT_TRUE(b.empty());
+  const uint8_t* block = c.data();
+  c = std::string_view("short");
+  EXPECT_EQ(c.data(), block);  // fits: same block
+  c.clear();
+  c = std::string_view("hello world, longer than");
+  EXPECT_EQ(c.data(), block);
+  c = c.view().substr(6);  // from itself
+  EXPECT_EQ(c, "world, longer than");
+  B small("abcdefg");  // seven bytes live in the word itself
+  B copy = small;
+  EXPECT_NE(copy.data(), small.data());
+  EXPECT_EQ(copy, "abcdefg");
+  small = small.view().substr(1, 3);
+  EXPECT_EQ(small, "bcd");
   EXPECT_LT(B("a"), B("b"));
 }
 
