@@ -1,107 +1,73 @@
-// lldp-demo: a self-contained walk through the agent's state machinery in simulated time:
-// mounts, records, a reactor that follows the neighbour table, and ageing on a clock.
+// lldp-demo: the agent's main job without a real network. Two switches' protocol engines are
+// joined port to port by a simulated wire and run for an hour of virtual time; the demo prints
+// what each side learnt, then the neighbour table once a cable is pulled.
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <iostream>
 
-#include "platform/Reactor.h"
-#include "platform/StateDb.h"
-#include "platform/Trace.h"
-#include "records/LldpRecords.h"
+#include "cli/Render.h"
+#include "demo/StandaloneEngine.h"
+#include "platform/Log.h"
+#include "platform/SimPacketAccess.h"
 #include "records/RecordsJson.h"
 
 namespace {
 
-using namespace Lldp;
+Lldp::Agent::Protocol::PamManagerFactory simulated(Platform::SimWire& wire, const std::string& node) {
+  return [&wire, node](Lldp::Agent::Protocol::Root& r) {
+    return std::make_unique<Platform::SimPamManager>(r.desiredIntfDir(), r.pamCollection(),
+                                                     r.deviceIntfStatusDir(), r.scheduler(), wire, node);
+  };
+}
 
-// Prints the neighbour table as it changes and ages neighbours out at their expiry time.
-class NeighbourWatchSm : public Platform::Reactor {
- public:
-  NeighbourWatchSm(PortStatus::Ptr port, Status::Ptr status, Platform::Scheduler& s)
-      : port_(std::move(port)), status_(std::move(status)), scheduler_(s),
-        ageClock_(s, [this] { handleAgeClock(); }) {
-    watch<&NeighbourWatchSm::handleRemoteSystem>(port_, PortStatus::remoteSystemAttr);
-  }
-
-  void handleRemoteSystem(const int32_t& index) {
-    const RemoteSystem::Ptr& rs = port_->remoteSystem(index);
-    if (rs && rs->ttl() == 0) return;  // created, not filled in yet
-    std::printf("[t=%6.1f] %s: neighbour %d %s\n", scheduler_.now(), port_->intfId().name().c_str(),
-                index, rs ? ("is " + rs->sysName().str() + ", expires at " + std::to_string(int(rs->expiryTime()))).c_str() : "removed");
-    if (rs && rs->expiryTime() < ageClock_.timeMin()) ageClock_.timeMinIs(rs->expiryTime());
-  }
-
-  void handleAgeClock() {
-    double next = Platform::kNever;
-    for (auto it = port_->remoteSystem().begin(); it != port_->remoteSystem().end(); ++it) {
-      const RemoteSystem::Ptr rs = it.value();
-      if (scheduler_.now() < rs->expiryTime()) {
-        next = std::min(next, rs->expiryTime());
-        continue;
-      }
-      port_->remoteSystemByMsapDel(rs->msap());
-      port_->remoteSystemDel(rs->index());
-      port_->rxAgeoutsTotalInc();
-      status_->remTablesAgeoutsInc();
+void showNeighbours(const Demo::StandaloneEngine& e, const std::string& name, bool json) {
+  for (const auto& [intf, port] : e.status->portStatus()) {
+    if (json) {
+      nlohmann::ordered_json out = nlohmann::ordered_json::array();
+      for (const auto& [index, rs] : port->remoteSystem()) out.push_back(Platform::recordToJson(*rs));
+      std::cout << Platform::jsonText({{"switch", name}, {"interface", intf.name()}, {"neighbors", out}}) << "\n";
+      continue;
     }
-    ageClock_.timeMinIs(next);
+    std::cout << name << " " << intf << ": " << port->remoteSystems() << " neighbour(s), "
+              << port->txFramesTotal() << " LLDPDUs sent, " << port->rxFramesTotal() << " received\n";
+    for (const auto& [index, rs] : port->remoteSystem()) Cli::renderRemoteSystemText(*rs, std::cout);
   }
-
- private:
-  PortStatus::Ptr port_;
-  Status::Ptr status_;
-  Platform::Scheduler& scheduler_;
-  Platform::Clock ageClock_;
-};
-
-// What the receive path does for one LLDPDU, reduced to the fields the demo shows.
-void learn(PortStatus& port, int32_t index, const char* chassis, const char* name, double now,
-           uint16_t ttl) {
-  Msap msap{{chassisIdLocal, ChassisId(chassis)}, {portIdInterfaceName, PortId("Ethernet1")}};
-  RemoteSystem::Ptr rs = port.remoteSystem(index);
-  if (!rs) {
-    rs = port.remoteSystemIs(index, msap);
-    port.remoteSystemByMsapIs(msap, rs);
-  }
-  rs->sysNameIs(name);
-  rs->ttlIs(ttl);
-  rs->expiryTimeIs(now + ttl);
-  port.remoteSystemNotify(index);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Walks through the LLDP agent's state database, reactors and clocks in simulated time."};
+  CLI::App app{"Two LLDP engines on a simulated wire, an hour of protocol time in milliseconds."};
   bool json = false;
-  app.add_flag("--json", json, "Print the final status records as JSON");
+  double minutes = 60;
+  app.add_flag("--json", json, "Print the neighbour tables as JSON");
+  app.add_option("--minutes", minutes, "Simulated minutes to run")->capture_default_str()->check(CLI::Range(1.0, 10000.0));
   CLI11_PARSE(app, argc, argv);
 
-  Platform::VirtualScheduler scheduler;
-  Platform::StateDb db(scheduler, "1");
-  db.mountGroup()
-      .mount<Config>("l2discovery/lldp/config", "w")
-      .mount<LocalSystem>("l2discovery/lldp/localSystem", "wi")
-      .mount<Status>("l2discovery/lldp/status/all", "w")
-      .close([](Statedb::MountStatus status, Platform::StateDb& mounted) {
-        std::printf("mounts complete (%s): %zu paths\n",
-                    status == Statedb::mountSuccess_ ? "success" : "failure", mounted.mounts().size());
-      });
-  scheduler.runPending();
+  Platform::VirtualScheduler s;
+  Platform::SimWire wire(s);
+  Platform::logSinkIs([&s](const Platform::LogMessage& m, std::string_view text) {
+    std::cout << "[t=" << s.now() << "s] %" << m.id << ": " << text << "\n";
+  });
 
-  auto status = db.lookup<Status>("l2discovery/lldp/status/all");
-  auto port = status->portStatusIs("Ethernet1", scheduler.now());
-  auto sm = Platform::makeReactor<NeighbourWatchSm>(port, status, scheduler);
+  Demo::StandaloneEngine spine(s, "spine-1", *Konet::EthAddr::parse("00:1c:73:00:00:01"), simulated(wire, "spine-1"));
+  Demo::StandaloneEngine leaf(s, "leaf-7", *Konet::EthAddr::parse("00:1c:73:00:00:07"), simulated(wire, "leaf-7"));
+  spine.addPort("Ethernet1", *Konet::EthAddr::parse("00:1c:73:00:01:01"));
+  spine.addPort("Ethernet2", *Konet::EthAddr::parse("00:1c:73:00:01:02"));
+  leaf.addPort("Ethernet49/1", *Konet::EthAddr::parse("00:1c:73:00:07:31"));
+  leaf.addPort("Ethernet50/1", *Konet::EthAddr::parse("00:1c:73:00:07:32"));
+  leaf.localSystem->localPort("Ethernet49/1")->portDescIs("uplink to spine-1");
+  wire.link("spine-1:Ethernet1", "leaf-7:Ethernet49/1");
+  wire.link("spine-1:Ethernet2", "leaf-7:Ethernet50/1");
+  wire.recordIs(false);
 
-  learn(*port, 1, "spine-1", "spine-1.example.net", scheduler.now(), 120);
-  scheduler.runUntil(30);
-  learn(*port, 2, "leaf-7", "leaf-7.example.net", scheduler.now(), 60);
-  scheduler.runUntil(100);
-  learn(*port, 1, "spine-1", "spine-1.example.net", scheduler.now(), 120);  // refresh
-  scheduler.runUntil(400);
+  s.runFor(minutes * 60);
+  std::cout << "--- after " << minutes << " simulated minutes ---\n";
+  showNeighbours(spine, "spine-1", json);
+  showNeighbours(leaf, "leaf-7", json);
 
-  std::printf("after %.0f s: %zu neighbours, %u aged out\n", scheduler.now(), port->remoteSystems(),
-              status->remTablesAgeouts());
-  if (json) std::cout << Platform::jsonText(Platform::recordToJson(*status)) << "\n";
+  std::cout << "--- leaf-7 Ethernet50/1 is unplugged; its neighbour on spine-1 ages out ---\n";
+  wire.unlink("leaf-7:Ethernet50/1");
+  s.runFor(180);
+  showNeighbours(spine, "spine-1", json);
   return 0;
 }

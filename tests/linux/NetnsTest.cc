@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "demo/StandaloneEngine.h"
 #include "linux/AsioScheduler.h"
 #include "linux/RawSocketPam.h"
 #include "platform/Log.h"
@@ -30,49 +31,24 @@ std::string shOut(const std::string& cmd) {
   return out;
 }
 
-// One engine in a namespace, its records filled by the test.
-struct Side {
+Lldp::Agent::Protocol::PamManagerFactory rawSockets(const std::string& netNs) {
+  return [netNs](Root& r) {
+    return std::make_unique<Linux::RawSocketPamManager>(r.desiredIntfDir(), r.pamCollection(),
+                                                        r.deviceIntfStatusDir(), r.scheduler(), netNs);
+  };
+}
+
+// One engine in a namespace with one port.
+struct Side : Demo::StandaloneEngine {
   Side(Linux::AsioScheduler& s, const std::string& ns, const std::string& name, const std::string& dev,
        const Konet::EthAddr& mac)
-      : device(dev) {
-    localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier{
-        Lldp::chassisIdMacAddress, Lldp::ChassisId(std::string(reinterpret_cast<const char*>(mac.data()), 6))});
-    localSystem->sysNameIs(name);
-    localSystem->sysDescIs("namespace test engine");
-    root = Lldp::Agent::Protocol::rootFactory(name, s, [ns](Root& r) {
-      return std::make_unique<Linux::RawSocketPamManager>(r.desiredIntfDir(), r.pamCollection(),
-                                                          r.deviceIntfStatusDir(), r.scheduler(), ns);
-    });
-    root->configIs(config);
-    root->statusIs(status);
-    root->localSystemIs(localSystem);
-    root->ethPhyIntfStatusDirIs(phyDir);
-    root->deviceIntfStatusDirIs("devices");
-    root->desiredIntfDirIs("desired");
-    root->pamCollectionIs("pams");
-    root->doInitializePamMan();
-    root->protocolSmIs();
-    root->onOffSwitchSmIs(cliConfig, root->pamMan());
-
-    phy = phyDir->intfStatusIs(dev);
-    phy->linkStatusIs(Interface::LinkStatus::linkUp);
-    phy->addrIs(mac);
-    config->portConfigIs(dev)->enabledTlvsIs(Lldp::PortConfig::EnabledTlvs{0x0f});
-    localSystem->localPortIs(dev)->portIdentifierIs(Lldp::PortIdentifier{Lldp::portIdInterfaceName, Lldp::PortId(dev)});
-    status->portStatusIs(dev, s.now());
-    root->deviceIntfStatusDir()->deviceIntfIs(dev, Interface::DeviceIntf{dev, 0, mac});
-    root->desiredIntfDir()->intfDesiredIs(dev, true);
+      : StandaloneEngine(s, name, mac, rawSockets(ns)), device(dev) {
+    addPort(dev, mac);
+    phy = phyDir->intfStatus(dev);
   }
   Lldp::PortStatus::Ptr port() const { return status->portStatus(device); }
-
   std::string device;
-  Lldp::Config::Ptr config = Platform::make<Lldp::Config>();
-  Lldp::CliConfig::Ptr cliConfig = Platform::make<Lldp::CliConfig>();
-  Lldp::Status::Ptr status = Platform::make<Lldp::Status>("1");
-  Lldp::LocalSystem::Ptr localSystem = Platform::make<Lldp::LocalSystem>();
-  Interface::AllEthPhyIntfStatusDir::Ptr phyDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();
   Interface::EthPhyIntfStatus::Ptr phy;
-  std::unique_ptr<Root> root;
 };
 
 class NetnsTest : public ::testing::Test {
@@ -102,7 +78,7 @@ class NetnsTest : public ::testing::Test {
 TEST_F(NetnsTest, EnginesLearnEachOtherOverRawSockets) {
   Linux::AsioScheduler s;
   Side a(s, nsA_, "side-a", "lldpa", *Konet::EthAddr::parse("02:00:00:00:0a:01"));
-  Side b(s, nsA_ == "" ? "" : nsB_, "side-b", "lldpb", *Konet::EthAddr::parse("02:00:00:00:0b:01"));
+  Side b(s, nsB_, "side-b", "lldpb", *Konet::EthAddr::parse("02:00:00:00:0b:01"));
   ASSERT_TRUE(a.root->pamCollection()->intfPamHas("lldpa"));
   ASSERT_TRUE(b.root->pamCollection()->intfPamHas("lldpb"));
 
