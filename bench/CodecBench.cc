@@ -8,6 +8,7 @@
 
 #include "AllocCounter.h"
 #include "codec/LldpProtocol.h"
+#include "data/Hex.h"
 #include "data/SampleFrames.h"
 #include "platform/Log.h"
 
@@ -15,25 +16,7 @@ namespace {
 
 using namespace Lldp;
 
-// Hex pairs; '#' starts a comment that runs to the end of the line.
-std::vector<uint8_t> hex(const std::string& text) {
-  std::vector<uint8_t> out;
-  int high = -1;
-  bool comment = false;
-  for (char c : text) {
-    if (c == '#' || c == '\n') comment = c == '#';
-    if (comment) continue;
-    int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-    if (v < 0) continue;
-    if (high < 0) {
-      high = v;
-    } else {
-      out.push_back(static_cast<uint8_t>(high * 16 + v));
-      high = -1;
-    }
-  }
-  return out;
-}
+std::vector<uint8_t> hex(const std::string& text) { return SampleFrames::hexBytes(text); }
 
 // The local side of a typical switch port: what the builder turns into about 200 bytes.
 struct Local {

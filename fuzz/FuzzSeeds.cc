@@ -6,25 +6,12 @@
 #include <vector>
 
 #include "codec/LldpProtocol.h"
+#include "data/Hex.h"
 #include "platform/Log.h"
 
 namespace {
 
-std::vector<uint8_t> hex(const std::string& text) {
-  std::vector<uint8_t> out;
-  int high = -1;
-  for (char c : text) {
-    int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-    if (v < 0) continue;
-    if (high < 0) {
-      high = v;
-    } else {
-      out.push_back(static_cast<uint8_t>(high * 16 + v));
-      high = -1;
-    }
-  }
-  return out;
-}
+std::vector<uint8_t> hex(const std::string& text) { return SampleFrames::hexBytes(text); }
 
 const char* const kHandWritten[] = {
     // mandatory only, no End

@@ -12,11 +12,6 @@ std::unique_ptr<PacketPool>& ownedPool() {
   static std::unique_ptr<PacketPool> pool;
   return pool;
 }
-// Packets remember their pool through the buffer they came from.
-std::vector<PacketPool*>& pools() {
-  static std::vector<PacketPool*> p;
-  return p;
-}
 }  // namespace
 
 uint8_t* Packet::prepend(size_t n) {
@@ -58,15 +53,12 @@ PacketPool::PacketPool(size_t perPacketDataSize, size_t count) : dataSize_(perPa
   storage_.assign(stride * count, 0);
   for (size_t i = 0; i < count; ++i) {
     packets_.push_back(std::unique_ptr<Packet>(new Packet(storage_.data() + i * stride, Packet::kHeadRoom + dataSize_)));
+    packets_.back()->pool_ = this;
     free_.push_back(packets_.back().get());
   }
-  pools().push_back(this);
 }
 
-PacketPool::~PacketPool() {
-  auto& p = pools();
-  std::erase(p, this);
-}
+PacketPool::~PacketPool() = default;
 
 PacketPool& PacketPool::instance() {
   if (!gPool) instanceIs(10236, 256);
@@ -91,14 +83,6 @@ PacketPtr PacketPool::alloc() {
 
 void PacketPool::release(Packet* p) { free_.push_back(p); }
 
-void PacketRelease::operator()(Packet* p) const {
-  for (PacketPool* pool : pools()) {
-    const uint8_t* begin = pool->storage_.data();
-    if (p->buffer_ >= begin && p->buffer_ < begin + pool->storage_.size()) {
-      pool->release(p);
-      return;
-    }
-  }
-}
+void PacketRelease::operator()(Packet* p) const { p->pool_->release(p); }
 
 }  // namespace Platform

@@ -50,6 +50,7 @@ class Packet {
   friend class PacketPool;
   friend struct PacketRelease;
   Packet(uint8_t* buffer, size_t capacity) : buffer_(buffer), capacity_(capacity) { clear(); }
+  PacketPool* pool_ = nullptr;
   uint8_t* buffer_;
   size_t capacity_;  // head room + data, slack not included
   size_t head_ = 0;

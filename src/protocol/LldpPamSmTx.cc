@@ -154,6 +154,19 @@ void LldpPamSm::handleLinkStatus() {
 void LldpPamSm::handleLinkStatusTx() {
   if (!initialized()) return;
   TRACE(protocolSmTrace, 8) << "LldpPamSm::handleLinkStatusTx( " << intfId_ << " )";
+  doReactToPortChange(ethPhyIntfStatus_->linkStatus() == Interface::LinkStatus::linkUp,
+                      "Link down: initiating transition -> reinitializing state");
+}
+
+void LldpPamSm::handleAdminStatus() {
+  if (!initialized()) return;
+  TRACE(protocolSmTrace, 8) << "LldpPamSm::handleAdminStatus( " << intfId_ << " )";
+  const AdminStatus admin = portConfig_->adminStatus();
+  doReactToPortChange(admin == AdminStatus::txOnly || admin == AdminStatus::txAndRx,
+                      "Admin state down: initiating transition -> reinitializing state");
+}
+
+void LldpPamSm::doReactToPortChange(bool stillUp, const char* downTrace) {
   switch (txFsmState()) {
     case TxFsmState::txFsmDisabled:
       doCheckPortEnabled();
@@ -161,35 +174,13 @@ void LldpPamSm::handleLinkStatusTx() {
     case TxFsmState::txFsmTxWait:
     case TxFsmState::txFsmTxDelay:
     case TxFsmState::txFsmIdle:
-      if (ethPhyIntfStatus_->linkStatus() != Interface::LinkStatus::linkUp) {
-        TRACE(protocolSmTrace, 6) << "Link down: initiating transition -> reinitializing state";
+      if (!stillUp) {
+        TRACE(protocolSmTrace, 6) << downTrace;
         txFsmStateIs(txFsmReinitializing());
       }
       break;
     default:
-      break;
-  }
-}
-
-void LldpPamSm::handleAdminStatus() {
-  if (!initialized()) return;
-  TRACE(protocolSmTrace, 8) << "LldpPamSm::handleAdminStatus( " << intfId_ << " )";
-  switch (txFsmState()) {
-    case TxFsmState::txFsmDisabled:
-      doCheckPortEnabled();
-      break;
-    case TxFsmState::txFsmTxWait:
-    case TxFsmState::txFsmTxDelay:
-    case TxFsmState::txFsmIdle: {
-      const AdminStatus admin = portConfig_->adminStatus();
-      if (admin != AdminStatus::txOnly && admin != AdminStatus::txAndRx) {
-        TRACE(protocolSmTrace, 6) << "Admin state down: initiating transition -> reinitializing state";
-        txFsmStateIs(txFsmReinitializing());
-      }
-      break;
-    }
-    default:
-      break;
+      break;  // reinitializing: the port is checked when the delay ends
   }
 }
 

@@ -222,6 +222,8 @@ class LldpPamSm : public Platform::Reactor {
 
  private:
   bool txEnabled() const;
+  // A link or admin change: re-check a disabled port, reinitialize an active one that went down.
+  void doReactToPortChange(bool stillUp, const char* downTrace);
   bool rxEnabled() const;
   double now() const { return clock_.now(); }
 

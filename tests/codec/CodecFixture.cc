@@ -1,33 +1,13 @@
 // Codec test helpers.
 #include "CodecFixture.h"
 
-#include <sstream>
+#include "data/Hex.h"
 
 namespace CodecTest {
 
 std::vector<uint8_t> hex(const std::string& text) {
-  std::vector<uint8_t> out;
-  std::istringstream lines(text);
-  std::string line;
-  while (std::getline(lines, line)) {
-    line = line.substr(0, line.find('#'));
-    int high = -1;
-    for (char c : line) {
-      int v = -1;
-      if (c >= '0' && c <= '9') v = c - '0';
-      if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-      if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-      if (v < 0) continue;
-      if (high < 0) {
-        high = v;
-      } else {
-        out.push_back(static_cast<uint8_t>(high * 16 + v));
-        high = -1;
-      }
-    }
-    EXPECT_LT(high, 0) << "odd hex digits in: " << line;
-  }
-  return out;
+  EXPECT_EQ(text.substr(0, text.find('#')).find_first_of("ghijklmnopqrstuvwxyz"), std::string::npos);
+  return SampleFrames::hexBytes(text);
 }
 
 std::string toHex(const uint8_t* begin, const uint8_t* end) {

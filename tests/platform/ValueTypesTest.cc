@@ -1,6 +1,8 @@
 // Bounded values, interface names and MAC addresses.
 #include <gtest/gtest.h>
 
+#include <cctype>
+
 #include "platform/Bounded.h"
 #include "platform/EthAddr.h"
 #include "platform/IntfId.h"
@@ -101,7 +103,12 @@ INSTANTIATE_TEST_SUITE_P(
                       NameCase{"Ethernet", Kind::other, 0, 0, 0, 0},
                       NameCase{"Management1/2/3", Kind::other, 0, 0, 0, 0},
                       NameCase{"wlp2s0", Kind::other, 0, 0, 0, 0},
-                      NameCase{"Ethernet99999999999", Kind::other, 0, 0, 0, 0}));
+                      NameCase{"Ethernet99999999999", Kind::other, 0, 0, 0, 0}),
+    [](const ::testing::TestParamInfo<NameCase>& param) {
+      std::string name;
+      for (char c : std::string(param.param.name)) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+      return name;
+    });
 
 TEST(IntfIdTest, KindTestsAndNaturalOrder) {
   EXPECT_TRUE(IntfId("UnconnectedEthernet2").isUnconnectedEthernet());
