@@ -116,6 +116,10 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
   }
   Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd));
   RawSocketPam* raw = pam.get();
+  // Frames queued between socket() and the filter's attachment passed no filter: drop them.
+  char byte;
+  while (recv(fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
+  }
   pam->watch_ = scheduler.readableWatchIs(fd, [raw] {
     // Nobody takes frames yet (no engine on the port): drop them rather than spin.
     if (!raw->hasWatchers()) {

@@ -7,37 +7,16 @@ namespace ProtocolTest {
 
 Node::Node(Platform::VirtualScheduler& s, Platform::SimWire& wire, const std::string& nodeName,
            uint8_t mac)
-    : scheduler(s), name(nodeName), macByte(mac) {
-  localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier{
-      Lldp::chassisIdMacAddress, Lldp::ChassisId(std::string("\x00\x1c\x73\x00\x00", 5) + char(mac))});
-  localSystem->sysNameIs(name);
-  root = Lldp::Agent::Protocol::rootFactory(name, scheduler, [&wire, nodeName](Lldp::Agent::Protocol::Root& r) {
-    return std::make_unique<Platform::SimPamManager>(r.desiredIntfDir(), r.pamCollection(),
-                                                     r.deviceIntfStatusDir(), r.scheduler(), wire, nodeName);
-  });
-  root->configIs(config);
-  root->statusIs(status);
-  root->localSystemIs(localSystem);
-  root->ethPhyIntfStatusDirIs(phy);
-  root->deviceIntfStatusDirIs("deviceIntfStatusDir");
-  root->desiredIntfDirIs("desiredIntfDir");
-  root->pamCollectionIs("pamCollection");
-  root->doInitializePamMan();
-  root->protocolSmIs();
-  root->onOffSwitchSmIs(cliConfig, root->pamMan());
-}
+    : StandaloneEngine(s, nodeName, Konet::EthAddr(0, 0x1c, 0x73, 0, 0, mac),
+                       [&wire, nodeName](Lldp::Agent::Protocol::Root& r) {
+                         return std::make_unique<Platform::SimPamManager>(
+                             r.desiredIntfDir(), r.pamCollection(), r.deviceIntfStatusDir(),
+                             r.scheduler(), wire, nodeName);
+                       }),
+      macByte(mac) {}
 
 void Node::addPort(const std::string& intf) {
-  auto phyStatus = phy->intfStatusIs(intf);
-  phyStatus->linkStatusIs(Interface::LinkStatus::linkUp);
-  phyStatus->addrIs(Konet::EthAddr(0, 0x1c, 0x73, 0, 1, macByte));
-  auto portConfig = config->portConfigIs(intf);
-  portConfig->enabledTlvsIs(Lldp::PortConfig::EnabledTlvs{0x0f});
-  localSystem->localPortIs(intf)->portIdentifierIs(
-      Lldp::PortIdentifier{Lldp::portIdInterfaceName, Lldp::PortId(intf)});
-  status->portStatusIs(intf, scheduler.now());
-  root->deviceIntfStatusDir()->deviceIntfIs(intf, Interface::DeviceIntf{intf, 1, {}});
-  root->desiredIntfDir()->intfDesiredIs(intf, true);
+  StandaloneEngine::addPort(intf, Konet::EthAddr(0, 0x1c, 0x73, 0, 1, macByte));
 }
 
 EngineFixture::EngineFixture() {

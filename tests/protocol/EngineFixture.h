@@ -10,6 +10,7 @@
 #include "platform/Log.h"
 #include "platform/SimPacketAccess.h"
 #include "platform/Trace.h"
+#include "demo/StandaloneEngine.h"
 #include "protocol/LldpProtocolSm.h"
 
 namespace ProtocolTest {
@@ -17,22 +18,13 @@ namespace ProtocolTest {
 using Lldp::Agent::Protocol::LldpPamSm;
 using Lldp::Agent::Protocol::TxFsmState;
 
-struct Node {
-  Node(Platform::VirtualScheduler& s, Platform::SimWire& wire, const std::string& name,
-       uint8_t macByte);
+// A switch on the simulated wire; its ports are named "<name>:<interface>" there.
+struct Node : Demo::StandaloneEngine {
+  Node(Platform::VirtualScheduler& s, Platform::SimWire& wire, const std::string& name, uint8_t macByte);
   void addPort(const std::string& intf);
-
-  Platform::VirtualScheduler& scheduler;
-  std::string name;
-  uint8_t macByte;
-  Lldp::Config::Ptr config = Platform::make<Lldp::Config>();
-  Lldp::CliConfig::Ptr cliConfig = Platform::make<Lldp::CliConfig>();
-  Lldp::Status::Ptr status = Platform::make<Lldp::Status>("1");
-  Lldp::LocalSystem::Ptr localSystem = Platform::make<Lldp::LocalSystem>();
-  Interface::AllEthPhyIntfStatusDir::Ptr phy = Platform::make<Interface::AllEthPhyIntfStatusDir>();
-  std::unique_ptr<Lldp::Agent::Protocol::Root> root;
-
   LldpPamSm* engine(const std::string& intf) const { return root->protocolSm()->lldpPamSm(intf); }
+
+  uint8_t macByte;
 };
 
 struct EngineFixture : ::testing::Test {
@@ -49,7 +41,7 @@ struct EngineFixture : ::testing::Test {
   LldpPamSm* engine() const { return dut.engine("Ethernet1"); }
   Lldp::PortStatus::Ptr portStatus() const { return dut.status->portStatus("Ethernet1"); }
   Lldp::PortConfig::Ptr portConfig() const { return dut.config->portConfig("Ethernet1"); }
-  Interface::EthPhyIntfStatus::Ptr phy() const { return dut.phy->intfStatus("Ethernet1"); }
+  Interface::EthPhyIntfStatus::Ptr phy() const { return dut.phyDir->intfStatus("Ethernet1"); }
   // Times at which the DUT's port sent LLDPDUs.
   std::vector<double> sentTimes() const;
   // An LLDP frame from a neighbour with the given chassis byte, TTL and system name.
