@@ -4,6 +4,7 @@
 #include <pcap/pcap.h>
 
 #include <cctype>
+#include <cstring>
 
 #include "codec/LldpProtocol.h"
 
@@ -33,6 +34,25 @@ bool looksLikeEthernet(const std::vector<uint8_t>& b) {
   return type == Lldp::kLldpEtherType || (type == kVlanTpid && b.size() >= 18);
 }
 
+// A Linux cooked capture ("tcpdump -i any") has no Ethernet header: rebuild one from the
+// cooked header's source address and protocol, so the frame takes the usual path.
+std::optional<std::vector<uint8_t>> fromCooked(int linkType, const u_char* data, size_t size) {
+  size_t header = 0, protocolAt = 0, addrLenAt = 0, addrAt = 0;
+  if (linkType == DLT_LINUX_SLL) {
+    header = 16, protocolAt = 14, addrLenAt = 5, addrAt = 6;  // (low byte of the 2-byte length)
+  } else {  // DLT_LINUX_SLL2
+    header = 20, protocolAt = 0, addrLenAt = 11, addrAt = 12;
+  }
+  if (size < header) return std::nullopt;
+  std::vector<uint8_t> frame(kEthHeader + size - header, 0);
+  const auto& group = Konet::kLldpMulticast.bytes();
+  std::copy(group.begin(), group.end(), frame.begin());
+  if (data[addrLenAt] == 6) std::memcpy(frame.data() + 6, data + addrAt, 6);
+  std::memcpy(frame.data() + 12, data + protocolAt, 2);
+  std::memcpy(frame.data() + kEthHeader, data + header, size - header);
+  return frame;
+}
+
 }  // namespace
 
 std::optional<std::vector<Frame>> readCapture(const std::string& path, std::string& error) {
@@ -45,16 +65,21 @@ std::optional<std::vector<Frame>> readCapture(const std::string& path, std::stri
     return std::nullopt;
   }
   std::vector<Frame> frames;
-  const bool ethernet = pcap_datalink(pcap) == DLT_EN10MB;
+  const int linkType = pcap_datalink(pcap);
+  const bool cooked = linkType == DLT_LINUX_SLL || linkType == DLT_LINUX_SLL2;
+  const bool ethernet = linkType == DLT_EN10MB || cooked;
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   int rc = 0;
-  while ((rc = pcap_next_ex(pcap, &header, &data)) == 1) {
+  while (ethernet && (rc = pcap_next_ex(pcap, &header, &data)) == 1) {
     Frame f;
-    f.bytes.assign(data, data + header->caplen);
     f.time = static_cast<double>(header->ts.tv_sec) + header->ts.tv_usec / 1e6;
-    f.ethernet = true;
-    if (ethernet) frames.push_back(std::move(f));
+    if (!cooked) {
+      f.bytes.assign(data, data + header->caplen);
+    } else if (auto rebuilt = fromCooked(linkType, data, header->caplen)) {
+      f.bytes = std::move(*rebuilt);
+    }
+    frames.push_back(std::move(f));
   }
   if (rc == PCAP_ERROR) {
     error = "error reading capture file " + path + ": " + pcap_geterr(pcap);

@@ -103,6 +103,26 @@ TEST(DecodeTest, ReadsPcapCaptures) {
   std::ostringstream text;
   renderDecodeText(r, text);
   EXPECT_NE(text.str().find("System name             : sw1"), std::string::npos) << text.str();
+
+  // A capture on "any" interface: Linux cooked headers instead of Ethernet.
+  {
+    pcap_t* dead = pcap_open_dead(DLT_LINUX_SLL, 65535);
+    pcap_dumper_t* dumper = pcap_dump_open(dead, path.c_str());
+    ASSERT_TRUE(dumper);
+    std::vector<uint8_t> cooked = frameOf("00 00 00 01 00 06 00 11 22 33 44 55 00 00 88 cc").bytes;
+    const Frame lldpdu = frameOf(kLldpdu);
+    cooked.insert(cooked.end(), lldpdu.bytes.begin(), lldpdu.bytes.end());
+    pcap_pkthdr h{};
+    h.caplen = h.len = static_cast<bpf_u_int32>(cooked.size());
+    pcap_dump(reinterpret_cast<u_char*>(dumper), &h, cooked.data());
+    pcap_dump_close(dumper);
+    pcap_close(dead);
+  }
+  frames = readCapture(path.string(), error);
+  ASSERT_TRUE(frames) << error;
+  r = decodeFrames(*frames);
+  ASSERT_EQ(r.portStatus->remoteSystems(), 1u);
+  EXPECT_EQ(r.portStatus->remoteSystem().begin().value()->ethAddr().toString(), "00:11:22:33:44:55");
   std::filesystem::remove(path);
 
   EXPECT_FALSE(readCapture("/nonexistent/capture.pcap", error));
