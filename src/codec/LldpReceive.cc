@@ -294,32 +294,38 @@ struct FrameParse {
   MsapView msap() const { return {chassisSubtype, chassisId, portSubtype, portId}; }
 };
 
-// The three mandatory TLVs; false takes the fatal path.
-bool parseMandatoryTlvs(const uint8_t*& cursor, const uint8_t* end, FrameParse& frame) {
+// A Chassis ID or Port ID TLV: its subtype and identifier bytes. A subtype above 7 is traced
+// (as a raw character) and accepted.
+bool parseIdentifierTlv(const uint8_t*& cursor, const uint8_t* end, int type, const char* missing,
+                        const char* unknownSubtype, uint8_t& subtype, std::string_view& id) {
   int len = 0;
   const uint8_t* info = nullptr;
-  if (!extractMandatoryTlv(cursor, end, kTlvChassisId, 256, len, info)) {
-    TRACE(lldpProtocolTrace, 0) << "Error in first mandatory TLV";
+  if (!extractMandatoryTlv(cursor, end, type, 256, len, info)) {
+    TRACE(lldpProtocolTrace, 0) << missing;
     return false;
   }
-  frame.chassisSubtype = info[0];
-  frame.chassisId = bytesOf(info + 1, len - 1);
-  if (frame.chassisSubtype > 7) {
-    TRACE(lldpProtocolTrace, 0) << "Unknown chassid ID subtype " << static_cast<char>(frame.chassisSubtype);
+  subtype = info[0];
+  id = bytesOf(info + 1, len - 1);
+  if (subtype > 7) TRACE(lldpProtocolTrace, 0) << unknownSubtype << static_cast<char>(subtype);
+  return true;
+}
+
+// The three mandatory TLVs; false takes the fatal path.
+bool parseMandatoryTlvs(const uint8_t*& cursor, const uint8_t* end, FrameParse& frame) {
+  if (!parseIdentifierTlv(cursor, end, kTlvChassisId, "Error in first mandatory TLV",
+                          "Unknown chassid ID subtype ", frame.chassisSubtype, frame.chassisId)) {
+    return false;
   }
   TRACE(lldpProtocolTrace, 6) << "Chassis ID: "
                               << ChassisIdentifier{frame.chassisSubtype, ChassisId::clipped(frame.chassisId)};
-  if (!extractMandatoryTlv(cursor, end, kTlvPortId, 256, len, info)) {
-    TRACE(lldpProtocolTrace, 0) << "Error in second mandatory TLV";
+  if (!parseIdentifierTlv(cursor, end, kTlvPortId, "Error in second mandatory TLV",
+                          "Unknown port ID subtype ", frame.portSubtype, frame.portId)) {
     return false;
-  }
-  frame.portSubtype = info[0];
-  frame.portId = bytesOf(info + 1, len - 1);
-  if (frame.portSubtype > 7) {
-    TRACE(lldpProtocolTrace, 0) << "Unknown port ID subtype " << static_cast<char>(frame.portSubtype);
   }
   TRACE(lldpProtocolTrace, 6) << "Port ID: "
                               << PortIdentifier{frame.portSubtype, PortId::clipped(frame.portId)};
+  int len = 0;
+  const uint8_t* info = nullptr;
   if (!extractMandatoryTlv(cursor, end, kTlvTtl, 2147483647, len, info)) {
     TRACE(lldpProtocolTrace, 0) << "Error in third mandatory TLV";
     return false;
@@ -387,10 +393,9 @@ UnknownOrgDefTlvParseContext& parseContext() {
   return context;
 }
 
-// Finds or creates the neighbour of the frame's MSAP; null when the table is full.
-RemoteSystem::Ptr findOrCreate(const FrameParse& frame, const PortConfig& portConfig,
+// The known neighbour of the frame's MSAP (rs), or a new one; null when the table is full.
+RemoteSystem::Ptr findOrCreate(RemoteSystem::Ptr rs, const FrameParse& frame, const PortConfig& portConfig,
                                Status& status, PortStatus& portStatus, double now, bool& created) {
-  RemoteSystem::Ptr rs = portStatus.remoteSystemByMsap(frame.msap());
   if (rs) {
     TRACE(lldpProtocolTrace, 6) << "Updating RemoteSystem";
     return rs;
@@ -442,10 +447,8 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   }
   TRACE(lldpProtocolTrace, 6) << "Received info frame from " << MsapText{frame.msap()}
                               << " valid for " << frame.ttl << " seconds";
-  if (const RemoteSystem::Ptr known = portStatus.remoteSystemByMsap(frame.msap());
-      known && refreshUnchanged(*known, start, end, status, portStatus, sourceMac, now)) {
-    return known;
-  }
+  const RemoteSystem::Ptr known = portStatus.remoteSystemByMsap(frame.msap());
+  if (known && refreshUnchanged(*known, start, end, status, portStatus, sourceMac, now)) return known;
 
   RemoteSystem& scratch = scratchRecord();
   UnknownOrgDefTlvParseContext& context = parseContext();
@@ -491,7 +494,7 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   }
 
   bool created = false;
-  RemoteSystem::Ptr rs = findOrCreate(frame, portConfig, status, portStatus, now, created);
+  RemoteSystem::Ptr rs = findOrCreate(known, frame, portConfig, status, portStatus, now, created);
   if (!rs) return nullptr;
 
   rs->ttlIs(frame.ttl);

@@ -44,6 +44,13 @@ struct PortFixture : ::testing::Test {
   bool traced(const std::string& text) const;
 };
 
+// Runs one extension parser (subtype, length, information, record) over annotated hexadecimal.
+template <class Parser>
+Lldp::TlvParseResult parseHex(Parser parse, int subtype, const std::string& info, Lldp::RemoteSystem& rs) {
+  const std::vector<uint8_t> b = hex(info);
+  return parse(subtype, static_cast<int>(b.size()), b.data(), rs);
+}
+
 // Turns assertion failures into exceptions for the life of the object.
 struct ThrowingAsserts {
   Platform::AssertHandler previous = Platform::assertHandlerIs(Platform::throwingAssertHandler);

@@ -12,14 +12,8 @@ using namespace Lldp;
 
 struct ExtTest : PortFixture {
   RemoteSystem::Ptr rs = Platform::make<RemoteSystem>(1, Msap{});
-  TlvParseResult dot1(int subtype, const std::string& info) {
-    const auto b = hex(info);
-    return parseExtDot1Tlv(subtype, static_cast<int>(b.size()), b.data(), *rs);
-  }
-  TlvParseResult dot3(int subtype, const std::string& info) {
-    const auto b = hex(info);
-    return parseExtDot3Tlv(subtype, static_cast<int>(b.size()), b.data(), *rs);
-  }
+  TlvParseResult dot1(int subtype, const std::string& info) { return parseHex(parseExtDot1Tlv, subtype, info, *rs); }
+  TlvParseResult dot3(int subtype, const std::string& info) { return parseHex(parseExtDot3Tlv, subtype, info, *rs); }
 };
 
 TEST_F(ExtTest, Dot1PortVlanIdRange) {

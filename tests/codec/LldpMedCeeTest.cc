@@ -11,10 +11,7 @@ using namespace Lldp;
 
 struct MedTest : PortFixture {
   RemoteSystem::Ptr rs = Platform::make<RemoteSystem>(1, Msap{});
-  TlvParseResult med(int subtype, const std::string& info) {
-    const auto b = hex(info);
-    return LldpMed::parseTlv(subtype, static_cast<int>(b.size()), b.data(), *rs);
-  }
+  TlvParseResult med(int subtype, const std::string& info) { return parseHex(LldpMed::parseTlv, subtype, info, *rs); }
 };
 
 TEST_F(MedTest, CapabilitiesAndPolicies) {
