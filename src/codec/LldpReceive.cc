@@ -242,6 +242,9 @@ TlvParseResult parseOrganizationallySpecificTlv(int len, const uint8_t* info, Re
     result = parseExtDot3Tlv(subtype, orgLen, orgInfo, scratch);
   } else if (oui == kOuiTia && lldpMedToggle.enabled()) {
     TRACE(lldpProtocolTrace, 6) << "TIA TLV";
+    // Any LLDP-MED TLV makes the neighbour an LLDP-MED device, also one we keep as unknown
+    // (Extended Power-via-MDI) or that carries inventory alone.
+    scratch.lldpMedTlvReceivedIs(true);
     result = LldpMed::parseTlv(subtype, orgLen, orgInfo, scratch);
   } else {
     TRACE(lldpProtocolTrace, 6) << "Unknown OUI";
@@ -393,13 +396,25 @@ UnknownOrgDefTlvParseContext& parseContext() {
   return context;
 }
 
-// The known neighbour of the frame's MSAP (rs), or a new one; null when the table is full.
-RemoteSystem::Ptr findOrCreate(RemoteSystem::Ptr rs, const FrameParse& frame, const PortConfig& portConfig,
-                               Status& status, PortStatus& portStatus, double now, bool& created) {
-  if (rs) {
-    TRACE(lldpProtocolTrace, 6) << "Updating RemoteSystem";
-    return rs;
+// The next free index for a new neighbour. Indexes run from 1 to 2147483647 and then start again
+// at 1; after a wrap an index still held by a neighbour is passed over, so that two MSAPs never
+// share one record. The table never holds 2^31 neighbours, so a free index exists.
+int32_t nextFreeIndex(PortStatus& portStatus) {
+  while (true) {
+    int32_t index = portStatus.nextRemoteSystemIndexInc(1);
+    if (index < 0) {
+      TRACE(lldpProtocolTrace, 6) << "Index for RemoteSystem tables has wrapped";
+      portStatus.nextRemoteSystemIndexIs(0);
+      index = portStatus.nextRemoteSystemIndexInc(1);
+    }
+    if (!portStatus.remoteSystemHas(index)) return index;
   }
+}
+
+// A record for a new neighbour, not yet in the table (watchers hear of it once it is filled);
+// null when the table is full.
+RemoteSystem::Ptr makeNewRemoteSystem(const FrameParse& frame, const PortConfig& portConfig,
+                                      PortStatus& portStatus, double now) {
   if (portStatus.remoteSystemByMsaps() >= portConfig.maxRemoteSystems()) {
     TRACE(lldpProtocolTrace, 6) << "Not creating RemoteSystem for " << MsapText{frame.msap()}
                                 << " because limit reached";
@@ -407,20 +422,17 @@ RemoteSystem::Ptr findOrCreate(RemoteSystem::Ptr rs, const FrameParse& frame, co
     return nullptr;
   }
   TRACE(lldpProtocolTrace, 6) << "Creating RemoteSystem";
-  int32_t index = portStatus.nextRemoteSystemIndexInc(1);
-  if (index < 0) {
-    TRACE(lldpProtocolTrace, 6) << "Index for RemoteSystem tables has wrapped";
-    portStatus.nextRemoteSystemIndexIs(0);
-    index = portStatus.nextRemoteSystemIndexInc(1);
-  }
-  const Msap msap = msapOf(frame);
-  rs = portStatus.remoteSystemIs(index, msap);
-  portStatus.remoteSystemByMsapIs(msap, rs);
+  RemoteSystem::Ptr rs = Platform::make<RemoteSystem>(nextFreeIndex(portStatus), msapOf(frame));
   rs->creationTimeIs(now);
-  status.remTablesInsertsInc(1);
-  logNeighbour(LLDP_NEIGHBOR_NEW, msap, portStatus);
-  created = true;
   return rs;
+}
+
+// Enters a filled new neighbour in both tables: one notice, of a complete record.
+void publishNewRemoteSystem(const RemoteSystem::Ptr& rs, Status& status, PortStatus& portStatus) {
+  portStatus.remoteSystemByMsapIs(rs->msap(), rs);
+  portStatus.remoteSystemInsert(rs->index(), rs);
+  status.remTablesInsertsInc(1);
+  logNeighbour(LLDP_NEIGHBOR_NEW, rs->msap(), portStatus);
 }
 
 }  // namespace
@@ -493,8 +505,9 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
     return fatal();
   }
 
-  bool created = false;
-  RemoteSystem::Ptr rs = findOrCreate(known, frame, portConfig, status, portStatus, now, created);
+  const bool created = !known;
+  if (known) TRACE(lldpProtocolTrace, 6) << "Updating RemoteSystem";
+  RemoteSystem::Ptr rs = known ? known : makeNewRemoteSystem(frame, portConfig, portStatus, now);
   if (!rs) return nullptr;
 
   rs->ttlIs(frame.ttl);
@@ -506,9 +519,13 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   if (changed) {
     TRACE(lldpProtocolTrace, 6) << "Something changed -- updating lastChangeTime to " << now;
     rs->lastChangeTimeIs(now);
-    status.remTablesLastChangeTimeIs(now);
+  }
+  if (created) {
+    publishNewRemoteSystem(rs, status, portStatus);
+  } else if (changed) {
     portStatus.remoteSystemNotify(rs->index());
   }
+  if (changed) status.remTablesLastChangeTimeIs(now);
   status.lastPacketParsedTimeIs(now);
   if (hadError) {
     TRACE(lldpProtocolTrace, 0) << "Frame had an error";

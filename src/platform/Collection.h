@@ -1,6 +1,7 @@
 // Keyed collections of records: ordered (std::map) or hashed, walkable while they change.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <type_traits>
@@ -97,18 +98,21 @@ class Coll {
     return s_ && s_->map.find(key) != s_->map.end();
   }
 
-  // Inserts or replaces; true when the collection changed.
+  // What set() did.
+  enum class SetResult : uint8_t { unchanged, replaced, inserted };
+
+  // Inserts or replaces.
   template <class V>
-  bool set(const key_type& key, V&& value) {
+  SetResult set(const key_type& key, V&& value) {
     Map& m = storage().map;
     auto it = m.find(key);
     if (it != m.end()) {
-      if (sameValue(it->second, value)) return false;
+      if (sameValue(it->second, value)) return SetResult::unchanged;
       it->second = std::forward<V>(value);
-      return true;
+      return SetResult::replaced;
     }
     insertNew(key, std::forward<V>(value));
-    return true;
+    return SetResult::inserted;
   }
 
   bool erase(const key_type& key) {

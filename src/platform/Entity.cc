@@ -14,6 +14,15 @@ struct Cursor {
 Cursor* gCursors = nullptr;
 }  // namespace
 
+const char* changeKindName(ChangeKind kind) {
+  switch (kind) {
+    case ChangeKind::changed: return "changed";
+    case ChangeKind::added: return "added";
+    case ChangeKind::removed: return "removed";
+  }
+  return "unknown";
+}
+
 Entity::~Entity() {
   while (head_) unwatch(*head_);
 }
@@ -44,7 +53,7 @@ void Entity::unwatch(Watch& watch) {
   watch.next = watch.prev = nullptr;
 }
 
-void Entity::notifyWatchers(uint16_t attr, const void* key) {
+void Entity::notifyWatchers(uint16_t attr, const void* key, ChangeKind kind) {
   // A handler may drop the last reference to this entity; keep it alive until we are done.
   const bool owned = refCount() > 0;
   if (owned) ref();
@@ -52,7 +61,7 @@ void Entity::notifyWatchers(uint16_t attr, const void* key) {
   gCursors = &cursor;
   while (Watch* w = cursor.next) {
     cursor.next = w->next;
-    if (w->attr == attr || w->attr == kAnyAttr) w->fn(w->context, attr, key);
+    if (w->attr == attr || w->attr == kAnyAttr) w->fn(w->context, attr, key, kind);
   }
   gCursors = cursor.outer;
   if (owned) unref();

@@ -17,7 +17,12 @@ struct AttrId {
 
 inline constexpr uint16_t kAnyAttr = 0xffff;
 
-using WatchFn = void (*)(void* context, uint16_t attr, const void* key);
+// What happened to a collection member (a plain attribute always reports `changed`). A member
+// is announced `added` once, complete: builders fill a new member before inserting it.
+enum class ChangeKind : uint8_t { changed, added, removed };
+const char* changeKindName(ChangeKind kind);
+
+using WatchFn = void (*)(void* context, uint16_t attr, const void* key, ChangeKind kind);
 
 // One subscription to one attribute (or kAnyAttr) of one entity. Owned by the watcher; its
 // address must stay stable while linked.
@@ -47,13 +52,13 @@ class Entity : public RefCounted {
   Entity() = default;
   ~Entity() override;
 
-  void notify(uint16_t attr, const void* key = nullptr) {
+  void notify(uint16_t attr, const void* key = nullptr, ChangeKind kind = ChangeKind::changed) {
     if (head_) [[unlikely]]
-      notifyWatchers(attr, key);
+      notifyWatchers(attr, key, kind);
   }
 
  private:
-  void notifyWatchers(uint16_t attr, const void* key);
+  void notifyWatchers(uint16_t attr, const void* key, ChangeKind kind);
 
   // Watching does not change an entity's state, so read-only holders may watch too.
   mutable Watch* head_ = nullptr;

@@ -31,8 +31,9 @@ class Reactor {
   virtual void handleInitialized() {}
 
  protected:
-  // Calls Handler (a member function of the derived class, taking nothing or the key) whenever
-  // the attribute changes; for collections, once per key added, changed or removed.
+  // Calls Handler (a member function of the derived class, taking nothing, the key, or the key
+  // and the ChangeKind) whenever the attribute changes; for collections, once per key added,
+  // changed or removed.
   template <auto Handler, class E, class K>
   void watch(const Ptr<E>& entity, AttrId<K> attr) {
     watchRaw(entity.get(), attr.index, &thunk<Handler, K>);
@@ -48,11 +49,14 @@ class Reactor {
 
  private:
   template <auto Handler, class K>
-  static void thunk(void* context, uint16_t, const void* key) {
+  static void thunk(void* context, uint16_t, const void* key, ChangeKind kind) {
     using C = typename detail::MemberOf<decltype(Handler)>::type;
     C* self = static_cast<C*>(static_cast<Reactor*>(context));
+    (void)kind;
     if constexpr (std::is_void_v<K>) {
       (self->*Handler)();
+    } else if constexpr (std::is_invocable_v<decltype(Handler), C*, const K&, ChangeKind>) {
+      (self->*Handler)(*static_cast<const K*>(key), kind);
     } else if constexpr (std::is_invocable_v<decltype(Handler), C*, const K&>) {
       (self->*Handler)(*static_cast<const K*>(key));
     } else {

@@ -44,6 +44,14 @@ T wrappingAdd(T value, T n) {
 template <class K>
 struct HashOf : std::hash<K> {};
 
+// The notice for what a collection's set() did; false when nothing changed.
+template <class R>
+bool setNotice(R result, ChangeKind& kind) {
+  if (result == R::unchanged) return false;
+  kind = result == R::inserted ? ChangeKind::added : ChangeKind::changed;
+  return true;
+}
+
 // Stores value unless equal; true when it changed. Numbers convert as in an assignment.
 template <class T, class U>
 bool assignIfChanged(T& member, const U& value) {
@@ -132,17 +140,19 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   }                                                                                 \
   size_t name##s() const { return name##_.size(); }                                 \
   void name##Del(const K& key) {                                                    \
-    if (name##_.erase(key)) notify(name##Idx, &key);                                \
+    if (name##_.erase(key)) notify(name##Idx, &key, ::Platform::ChangeKind::removed); \
   }                                                                                 \
   void name##DelAll() {                                                             \
-    name##_.eraseAll([this](const K& key) { notify(name##Idx, &key); });            \
+    name##_.eraseAll(                                                               \
+        [this](const K& key) { notify(name##Idx, &key, ::Platform::ChangeKind::removed); }); \
   }
 
 #define PLATFORM_DECL_VALUE_COLL_(name, K, V, Store) \
   PLATFORM_DECL_COLL_COMMON_(name, K, V, Store)      \
   template <class U = V>                               \
   void name##Is(const K& key, const U& value) {        \
-    if (name##_.set(key, value)) notify(name##Idx, &key); \
+    ::Platform::ChangeKind kind;                       \
+    if (::Platform::setNotice(name##_.set(key, value), kind)) notify(name##Idx, &key, kind); \
   }
 
 #define PLATFORM_DECL_ENT_COLL_(name, K, E, Store)                             \
@@ -152,11 +162,19 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
     if (const ::Platform::Ptr<E>* found = name##_.find(key)) return *found;    \
     ::Platform::Ptr<E> entity = ::Platform::make<E>(key, std::forward<A>(args)...); \
     name##_.set(key, entity);                                                  \
-    notify(name##Idx, &key);                                                   \
+    notify(name##Idx, &key, ::Platform::ChangeKind::added);                    \
+    return entity;                                                             \
+  }                                                                            \
+  /* Publishes a member built and filled beforehand, so that watchers see it   \
+     once, complete. A member already under the key stays; it is returned. */  \
+  ::Platform::Ptr<E> name##Insert(const K& key, ::Platform::Ptr<E> entity) {   \
+    if (const ::Platform::Ptr<E>* found = name##_.find(key)) return *found;    \
+    name##_.set(key, entity);                                                  \
+    notify(name##Idx, &key, ::Platform::ChangeKind::added);                    \
     return entity;                                                             \
   }                                                                            \
   void name##Notify(const K& key) {                                            \
-    if (name##_.contains(key)) notify(name##Idx, &key);                        \
+    if (name##_.contains(key)) notify(name##Idx, &key, ::Platform::ChangeKind::changed); \
   }
 
 #define PLATFORM_DECL_Coll(name, K, V) PLATFORM_DECL_VALUE_COLL_(name, K, V, OrderedStore)

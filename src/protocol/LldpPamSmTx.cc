@@ -197,9 +197,12 @@ void LldpPamSm::doProcessSomethingChangedLocal() {
   }
 }
 
-void LldpPamSm::handleRemoteSystem(const int32_t& index) {
+void LldpPamSm::handleRemoteSystem(const int32_t& index, Platform::ChangeKind kind) {
   TRACE(protocolSmTrace, 8) << "LldpPamSm::handleRemoteSystem( " << intfId_ << " )";
-  if (portStatus_->remoteSystemHas(index)) doProcessSomethingChangedLocal();
+  // A new neighbour is announced once it is filled in, so this LLDPDU already answers what it
+  // sent (LLDP-MED TLVs to an LLDP-MED device); a removal sends nothing.
+  if (kind == Platform::ChangeKind::removed || !portStatus_->remoteSystemHas(index)) return;
+  doProcessSomethingChangedLocal();
 }
 
 Platform::PacketPtr LldpPamSm::doBuildLldpdu() {

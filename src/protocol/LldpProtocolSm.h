@@ -74,6 +74,7 @@ class LocalPortSm : public Platform::Reactor {
   void handleInitialized() override;
   void handleLocalPortAttrs();
   void handleLocalPortPoE();
+  const Platform::Ptr<const LocalPort>& localPort() const { return localPort_; }
 
   LocalPortPoeInfoSm* localPortPoeInfoSm() const { return localPortPoeInfoSm_.get(); }
   void localPortPoeInfoSmIs(Platform::Ptr<const LocalPortPoeInfo> info, Konet::IntfId intfId, Root* root);
@@ -182,6 +183,7 @@ class LldpPamSm : public Platform::Reactor {
   ~LldpPamSm() override;
 
   const Konet::IntfId& intfId() const { return intfId_; }
+  const Platform::Ptr<Konet::Pam>& pam() const { return pam_; }
   Root* root() const { return root_; }
   const Platform::Ptr<const Interface::EthPhyIntfStatus>& ethPhyIntfStatus() const { return ethPhyIntfStatus_; }
   const Platform::Ptr<const PortConfig>& portConfig() const { return portConfig_; }
@@ -208,7 +210,7 @@ class LldpPamSm : public Platform::Reactor {
   void handleLinkStatusTx();
   void handleAdminStatus();
   void doProcessSomethingChangedLocal();
-  void handleRemoteSystem(const int32_t& index);
+  void handleRemoteSystem(const int32_t& index, Platform::ChangeKind kind);
   void doSendLldpdu();
   Platform::PacketPtr doBuildLldpdu();
 

@@ -115,25 +115,29 @@ void ProtocolSm::handlePam(const Konet::IntfId& intfId) {
   const Platform::Ptr<Konet::Pam>& pam = pamCollection_->intfPam(intfId);
   const bool wanted = pam && ethPhyIntfStatusDir_->intfStatusHas(intfId) &&
                       config_->portConfigHas(intfId) && status_->portStatusHas(intfId);
-  if (wanted) {
-    LLDP_ASSERT(!lldpPamSmHas( intfId ));
-    lldpPamSmIs(intfId, intfId, pam, root_, root_->scheduler());
-    return;
-  }
-  if (LldpPamSm* engine = lldpPamSm(intfId)) {
+  LldpPamSm* engine = lldpPamSm(intfId);
+  // A member that changed in place (a status, a configuration) leaves the engine as it is; only a
+  // new packet access mechanism (the device was reopened) makes a new engine.
+  if (wanted && engine && engine->pam() == pam) return;
+  if (engine) {
     engine->doClose();
     lldpPamSmDel(intfId);
   }
+  if (!wanted) return;
+  LLDP_ASSERT(!lldpPamSmHas( intfId ));
+  lldpPamSmIs(intfId, intfId, pam, root_, root_->scheduler());
 }
 
 void ProtocolSm::handleLocalPort(const Konet::IntfId& intfId) {
   TRACE(protocolSmTrace, 8) << "ProtocolSm::handleLocalPort(" << intfId << ")";
-  if (const LocalPort::Ptr& localPort = localSystem_->localPort(intfId)) {
-    LLDP_ASSERT(!localPortSmHas( intfId ));
-    localPortSmIs(intfId, localPort, root_);
-    return;
+  const LocalPort::Ptr& localPort = localSystem_->localPort(intfId);
+  if (LocalPortSm* sm = localPortSm(intfId)) {
+    if (sm->localPort() == localPort) return;  // changed in place: its own watches see to it
+    localPortSmDel(intfId);
   }
-  localPortSmDel(intfId);
+  if (!localPort) return;
+  LLDP_ASSERT(!localPortSmHas( intfId ));
+  localPortSmIs(intfId, localPort, root_);
 }
 
 void ProtocolSm::handleLocalSystemAttrs() {

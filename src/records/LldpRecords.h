@@ -219,12 +219,13 @@ class RemoteSystem : public Platform::Entity {
   X(Attr, serialNumberTlvInfo, BoundedString32, {})                                 \
   X(Attr, manufacturerNameTlvInfo, BoundedString32, {})                             \
   X(Attr, modelNameTlvInfo, BoundedString32, {})                                    \
-  X(Attr, assetIDTlvInfo, BoundedString32, {})
+  X(Attr, assetIDTlvInfo, BoundedString32, {})                                     \
+  X(Attr, lldpMedTlvReceived, bool, {false})
   PLATFORM_RECORD(RemoteSystem, LLDP_REMOTE_SYSTEM_ATTRS)
  public:
   // Indexes start at 1: "RemoteSystem::index < 1 not allowed".
   RemoteSystem(int32_t index, Msap msap);
-  // Whether any LLDP-MED TLV came from this neighbour.
+  // Whether any TLV with the LLDP-MED OUI came from this neighbour.
   bool anyLldpMedReceived() const;
 
   // The receive path's memo of the last LLDPDU it applied: a byte-identical refresh needs no

@@ -132,7 +132,7 @@ TEST_F(MedTest, TransmitOnlyAfterAMedNeighbour) {
   EXPECT_TRUE(LldpMed::addTlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo(), *portStatus));
   EXPECT_EQ(cursor, buf);
 
-  portStatus->remoteSystemIs(1, Msap{})->medCapabilitiesTlvReceivedIs(true);
+  portStatus->remoteSystemIs(1, Msap{})->lldpMedTlvReceivedIs(true);
   EXPECT_TRUE(LldpMed::addTlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo(), *portStatus));
   EXPECT_EQ(toHex(buf, cursor), toHex(hex(R"(
       fe 07 00 12 bb 01 00 03 04    # capabilities 0x0003, network connectivity device
@@ -160,7 +160,7 @@ TEST_F(MedTest, ToggleOffTreatsMedAsAnUnknownOuiAndSendsNone) {
   EXPECT_FALSE(phone->powerViaMdiInfo().dot3atExtension);
   fillLocal();
   portConfig->tiaEnabledTlvsIs(PortConfig::TiaEnabledTlvs{0x03});
-  portStatus->remoteSystemIs(99, Msap{})->medCapabilitiesTlvReceivedIs(true);
+  portStatus->remoteSystemIs(99, Msap{})->lldpMedTlvReceivedIs(true);
   const auto frame = build();
   EXPECT_EQ(std::string(frame.begin(), frame.end()).find(std::string("\x00\x12\xbb", 3)), std::string::npos);
   Platform::featureEnabledIs("LldpMedToggle", true);

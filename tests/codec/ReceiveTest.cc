@@ -1,5 +1,6 @@
 // The receive path: validation, counters, the remote-system table, carry-over and log messages.
 #include "CodecFixture.h"
+#include "platform/Reactor.h"
 
 namespace CodecTest {
 namespace {
@@ -219,6 +220,68 @@ TEST_F(ReceiveTest, IndexesWrapAfterTheLargest) {
   ASSERT_TRUE(rs);
   EXPECT_EQ(rs->index(), 1);
   EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
+}
+
+TEST_F(ReceiveTest, AfterTheWrapIndexesStillHeldArePassedOver) {
+  auto fromChassis = [&](char c) {
+    std::string text = kMandatory;
+    text[text.find("55")] = c;  // another chassis MAC, another MSAP
+    return hex(text + "\n00 00");
+  };
+  auto first = receive(fromChassis('1'));  // index 1
+  auto second = receive(fromChassis('2'));  // index 2
+  portStatus->nextRemoteSystemIndexIs(2147483646);
+  auto third = receive(fromChassis('3'));  // the largest index
+  auto fourth = receive(fromChassis('4'));  // wraps: 1 and 2 are taken
+  ASSERT_TRUE(first && second && third && fourth);
+  EXPECT_EQ(third->index(), 2147483647);
+  EXPECT_EQ(fourth->index(), 3);
+  EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
+  // Four MSAPs, four records, and every MSAP still finds its own.
+  ASSERT_EQ(portStatus->remoteSystems(), 4u);
+  ASSERT_EQ(portStatus->remoteSystemByMsaps(), 4u);
+  for (const auto& rs : {first, second, third, fourth}) {
+    EXPECT_EQ(portStatus->remoteSystemByMsap(rs->msap()), rs);
+    EXPECT_EQ(portStatus->remoteSystem(rs->index()), rs);
+  }
+  EXPECT_EQ(receive(fromChassis('1')), first);  // refreshes reach the right record
+}
+
+TEST_F(ReceiveTest, AnyLldpMedTlvMakesAnLldpMedNeighbour) {
+  // Inventory alone, or Extended Power-via-MDI alone (kept as an unknown TLV), is LLDP-MED.
+  for (const char* tlv : {"fe 09 00 12 bb 05 31 2e 30 2e 33  # hardware revision",
+                          "fe 07 00 12 bb 04 51 00 82        # extended power via MDI"}) {
+    portStatus->remoteSystemDelAll();
+    portStatus->remoteSystemByMsapDelAll();
+    auto rs = receive(frame(tlv));
+    ASSERT_TRUE(rs);
+    EXPECT_TRUE(rs->anyLldpMedReceived()) << tlv;
+    EXPECT_TRUE(portStatus->anyLldpMedReceived()) << tlv;
+  }
+  receive(frame(""));  // the same neighbour without LLDP-MED TLVs
+  EXPECT_FALSE(portStatus->anyLldpMedReceived());
+}
+
+TEST_F(ReceiveTest, ANewNeighbourIsAnnouncedOnceAndComplete) {
+  struct Watcher : Platform::Reactor {
+    explicit Watcher(const PortStatus::Ptr& ps) : ps_(ps) {
+      watch<&Watcher::handleRemoteSystem>(ps_, PortStatus::remoteSystemAttr);
+    }
+    void handleRemoteSystem(const int32_t& index, Platform::ChangeKind kind) {
+      const auto& rs = ps_->remoteSystem(index);
+      notices.push_back(std::string(Platform::changeKindName(kind)) + " " +
+                        (rs ? rs->sysName().str() : std::string("-")) + " " +
+                        (rs && ps_->remoteSystemByMsap(rs->msap()) == rs ? "indexed" : "unindexed"));
+    }
+    PortStatus::Ptr ps_;
+    std::vector<std::string> notices;
+  } watcher(portStatus);
+  receive(frame("0a 03 73 77 31  # System Name sw1"));
+  receive(frame("0a 03 73 77 31"));  // unchanged: no notice
+  receive(frame("0a 03 73 77 32  # System Name sw2"));
+  receive(hex(std::string(kMandatory).replace(std::string(kMandatory).find("00 78"), 5, "00 00")));
+  EXPECT_EQ(watcher.notices, (std::vector<std::string>{"added sw1 indexed", "changed sw2 indexed",
+                                                       "removed - unindexed"}));
 }
 
 TEST_F(ReceiveTest, CarryOverWritesOnlyChangesAndTracesThem) {

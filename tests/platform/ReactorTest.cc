@@ -148,3 +148,55 @@ TEST(ReactorTest, ReactorCollectionsCreateInitializeAndDestroy) {
 
 }  // namespace
 }  // namespace PlatformTest
+
+namespace PlatformTest {
+namespace {
+
+// Reports each collection notice with its kind, e.g. "tag:3 added".
+class KindRecorder : public Platform::Reactor {
+ public:
+  explicit KindRecorder(Widget::Ptr w) : w_(std::move(w)) {
+    watch<&KindRecorder::handleTag>(w_, Widget::tagAttr);
+    watch<&KindRecorder::handleChild>(w_, Widget::childAttr);
+  }
+  void handleTag(const int& key, Platform::ChangeKind kind) {
+    log.push_back("tag:" + std::to_string(key) + " " + Platform::changeKindName(kind));
+  }
+  void handleChild(const int& key, Platform::ChangeKind kind) {
+    const auto& child = w_->child(key);
+    log.push_back("child:" + std::to_string(key) + " " + Platform::changeKindName(kind) + " " +
+                  (child ? child->label() : "-"));
+  }
+  Widget::Ptr w_;
+  std::vector<std::string> log;
+};
+
+TEST(ReactorTest, CollectionNoticesCarryTheirKind) {
+  auto w = Platform::make<Widget>();
+  KindRecorder r(w);
+  w->tagIs(1, "a");
+  w->tagIs(1, "a");  // no change, no notice
+  w->tagIs(1, "b");
+  w->tagDel(1);
+  w->tagIs(2, "c");
+  w->tagDelAll();
+  EXPECT_EQ(r.log, (std::vector<std::string>{"tag:1 added", "tag:1 changed", "tag:1 removed",
+                                             "tag:2 added", "tag:2 removed"}));
+}
+
+TEST(ReactorTest, AMemberBuiltBeforeInsertionIsAnnouncedOnceComplete) {
+  auto w = Platform::make<Widget>();
+  KindRecorder r(w);
+  auto child = Platform::make<Child>(5);
+  child->labelIs("filled");  // nobody watches it yet
+  EXPECT_EQ(w->childInsert(5, child), child);
+  EXPECT_EQ(w->childInsert(5, Platform::make<Child>(5)), child);  // the first one stays
+  w->childNotify(5);
+  w->childNotify(6);  // absent: nothing to say
+  w->childDel(5);
+  EXPECT_EQ(r.log, (std::vector<std::string>{"child:5 added filled", "child:5 changed filled",
+                                             "child:5 removed -"}));
+}
+
+}  // namespace
+}  // namespace PlatformTest

@@ -1,6 +1,11 @@
 // Port engine life and the transmit state machine in virtual time.
 #include "EngineFixture.h"
 
+#include <algorithm>
+
+#include "data/Hex.h"
+#include "data/SampleFrames.h"
+
 namespace ProtocolTest {
 namespace {
 
@@ -30,6 +35,38 @@ TEST_F(EngineFixture, EngineExistsExactlyWhileItsFourInputsDo) {
   dut.cliConfig->enabledIs(true);
   EXPECT_TRUE(engine());
   EXPECT_EQ(engine()->txFsmState(), TxFsmState::txFsmTxWait);  // a new engine starts over
+}
+
+TEST_F(EngineFixture, ANewPhoneGetsOnePromptLldpduWithLldpMedTlvs) {
+  portConfig()->tiaEnabledTlvsIs(Lldp::PortConfig::TiaEnabledTlvs{0x03});
+  scheduler.runUntil(40);  // sent at 2 and 32; idle until 62
+  wire.sentClear();
+  std::vector<uint8_t> phone = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x00, 0x04, 0xf2, 0xaa, 0xbb, 0xcc, 0x88, 0xcc};
+  const std::vector<uint8_t> lldpdu = SampleFrames::hexBytes(SampleFrames::kPhone);
+  phone.insert(phone.end(), lldpdu.begin(), lldpdu.end());
+  fromPeer(phone);
+  scheduler.runUntil(61);
+  const auto sent = wire.sentBy("dut:Ethernet1");
+  ASSERT_EQ(sent.size(), 1u);  // one answer, not a second one txDelay later
+  EXPECT_EQ(sent[0].time, 40);
+  const std::vector<uint8_t> tiaOui = {0x00, 0x12, 0xbb};
+  EXPECT_NE(std::search(sent[0].frame.begin(), sent[0].frame.end(), tiaOui.begin(), tiaOui.end()),
+            sent[0].frame.end());
+  fromPeer(phone);  // an unchanged refresh prompts nothing
+  scheduler.runUntil(61.5);
+  EXPECT_EQ(wire.sentBy("dut:Ethernet1").size(), 1u);
+}
+
+TEST_F(EngineFixture, MembersChangedInPlaceLeaveTheEngineAlone) {
+  LldpPamSm* before = engine();
+  ASSERT_TRUE(before);
+  // Other agents re-announce records they changed in place; no engine is made twice.
+  dut.status->portStatusNotify("Ethernet1");
+  dut.phyDir->intfStatusNotify("Ethernet1");
+  dut.config->portConfigNotify("Ethernet1");
+  dut.localSystem->localPortNotify("Ethernet1");
+  EXPECT_EQ(engine(), before);
+  EXPECT_EQ(dut.root->protocolSm()->localPortSms(), 1u);
 }
 
 TEST_F(EngineFixture, SteadyIntervalAfterTheFirstDelay) {

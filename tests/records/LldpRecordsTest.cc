@@ -104,6 +104,8 @@ TEST(LldpRecordsTest, PortStatusQueriesLookAtEveryNeighbour) {
   EXPECT_FALSE(ps->powerViaMdiTlvReceived());
   b->networkPolicyTlvIs(1, NetworkPolicyTlv{1});
   a->powerViaMdiTlvReceivedIs(true);
+  EXPECT_FALSE(ps->anyLldpMedReceived());  // only the receive path knows which TLVs came
+  b->lldpMedTlvReceivedIs(true);
   EXPECT_TRUE(ps->anyLldpMedReceived());
   EXPECT_TRUE(ps->networkPolicyTlvReceived());
   EXPECT_TRUE(ps->powerViaMdiTlvReceived());
