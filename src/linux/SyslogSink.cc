@@ -9,10 +9,9 @@ namespace Linux {
 
 void syslogSinkIs(const char* identity) {
   openlog(identity, LOG_PID | LOG_NDELAY, LOG_DAEMON);
-  Platform::logSinkIs([](const Platform::LogMessage& m, std::string_view text) {
+  Platform::logSinkIs([](const Platform::LogRecord& r) {
     // Platform severities are numbered as syslog's.
-    syslog(static_cast<int>(m.severity), "%%%s: %.*s", m.id, static_cast<int>(text.size()),
-           text.data());
+    syslog(static_cast<int>(r.message.severity), "%%%s: %s", r.message.id, Platform::logLineText(r).c_str());
   });
 }
 
