@@ -12,13 +12,12 @@
 #include "platform/Trace.h"
 
 // A broken invariant is a finding: name it, then stop where a debugger would want to be.
-#define FUZZ_CHECK(cond)                                            \
-  do {                                                              \
-    if (!(cond)) {                                                  \
-      std::fprintf(stderr, "fuzz check failed: %s (%s:%d)\n", #cond, \
-                   __FILE__, __LINE__);                             \
-      __builtin_trap();                                             \
-    }                                                               \
+#define FUZZ_CHECK(cond)                                                                   \
+  do {                                                                                     \
+    if (!(cond)) {                                                                         \
+      std::fprintf(stderr, "fuzz check failed: %s (%s:%d)\n", #cond, __FILE__, __LINE__); \
+      __builtin_trap();                                                                    \
+    }                                                                                      \
   } while (0)
 
 namespace Fuzz {
@@ -42,7 +41,7 @@ struct Port {
 
   // The receive buffer's zeroed slack sits behind the frame, as packet buffers provide it.
   Lldp::RemoteSystem::PtrConst receive(const uint8_t* data, size_t size, double now,
-                                       const Konet::EthAddr& sourceMac = Konet::EthAddr(0, 1, 2, 3, 4, 5)) {
+                                       const Konet::EthAddr& sourceMac = {0, 1, 2, 3, 4, 5}) {
     buffer_.assign(data, data + size);
     buffer_.resize(size + Lldp::kRxSlack, 0);
     return Lldp::processRxLldpdu(buffer_.data(), buffer_.data() + size, *portConfig, *status,

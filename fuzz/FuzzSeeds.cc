@@ -83,7 +83,9 @@ std::vector<uint8_t> built(int variant) {
 // where a well-formed frame has it.
 std::vector<uint8_t> withTtl(std::vector<uint8_t> frame, uint16_t ttl) {
   size_t at = 0;
-  for (int tlv = 0; tlv < 2 && at + 2 <= frame.size(); ++tlv) at += 2 + ((frame[at] & 1u) << 8 | frame[at + 1]);
+  for (int tlv = 0; tlv < 2 && at + 2 <= frame.size(); ++tlv) {
+    at += 2 + ((frame[at] & 1u) << 8 | frame[at + 1]);
+  }
   if (at + 4 > frame.size() || frame[at] >> 1 != Lldp::kTlvTtl) return frame;
   frame[at + 2] = static_cast<uint8_t>(ttl >> 8);
   frame[at + 3] = static_cast<uint8_t>(ttl);
@@ -121,7 +123,9 @@ std::vector<std::vector<uint8_t>> sequences() {
   out.push_back(s);
 
   s.clear();
-  for (int v = 0; v < 12; ++v) seqAppend(s, seqControl(1 + v % 2, v % 3, false, v % 4 == 0), built(v));
+  for (int v = 0; v < 12; ++v) {
+    seqAppend(s, seqControl(1 + v % 2, v % 3, false, v % 4 == 0), built(v));
+  }
   out.push_back(s);
 
   // Own chassis ids (sender 0) of the hand-written frames, each twice, errors included.

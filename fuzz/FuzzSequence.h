@@ -31,7 +31,8 @@ inline constexpr size_t kSeqHeader = 3;
 inline constexpr size_t kSeqMaxFrame = 1500;
 
 inline uint8_t seqControl(int sender, int step, bool traced = false, bool twice = false) {
-  return static_cast<uint8_t>((sender & 3) | (step & 3) << 2 | (traced ? 0x70 : 0) | (twice ? 0x80 : 0));
+  return static_cast<uint8_t>((sender & 3) | (step & 3) << 2 | (traced ? 0x70 : 0) |
+                              (twice ? 0x80 : 0));
 }
 
 // Splits an input; a length past the end takes what is left, so every input means something.
@@ -52,7 +53,8 @@ inline std::vector<SeqFrame> seqFrames(const uint8_t* data, size_t size) {
   return frames;
 }
 
-inline void seqAppend(std::vector<uint8_t>& out, uint8_t control, const std::vector<uint8_t>& frame) {
+inline void seqAppend(std::vector<uint8_t>& out, uint8_t control,
+                      const std::vector<uint8_t>& frame) {
   out.push_back(control);
   out.push_back(static_cast<uint8_t>(frame.size() >> 8));
   out.push_back(static_cast<uint8_t>(frame.size()));
@@ -61,12 +63,14 @@ inline void seqAppend(std::vector<uint8_t>& out, uint8_t control, const std::vec
 
 // The frame with its leading Chassis ID TLV replaced by the sender's MAC chassis id; frames
 // that do not start with a whole Chassis ID TLV are left as they are.
-inline void seqRewriteChassis(int sender, const uint8_t* data, size_t size, std::vector<uint8_t>& out) {
+inline void seqRewriteChassis(int sender, const uint8_t* data, size_t size,
+                              std::vector<uint8_t>& out) {
   out.assign(data, data + size);
   if (sender == 0 || size < 2 || data[0] >> 1 != 1) return;
   const size_t tlvSize = 2 + ((static_cast<size_t>(data[0]) & 1) << 8 | data[1]);
   if (tlvSize > size) return;
-  const uint8_t chassis[] = {0x02, 0x07, 0x04, 0x00, 0x1c, 0x73, 0x00, 0x00, static_cast<uint8_t>(sender)};
+  const uint8_t chassis[] = {0x02, 0x07, 0x04, 0x00, 0x1c, 0x73,
+                             0x00, 0x00, static_cast<uint8_t>(sender)};
   out.assign(chassis, chassis + sizeof chassis);
   out.insert(out.end(), data + tlvSize, data + size);
 }

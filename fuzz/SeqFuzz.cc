@@ -38,7 +38,8 @@ struct Run {
     }
     Fuzz::checkTable(fast);
     const Lldp::Status& status = *fast.status;
-    FUZZ_CHECK(status.remTablesInserts() - status.remTablesDeletes() == fast.portStatus->remoteSystems());
+    FUZZ_CHECK(status.remTablesInserts() - status.remTablesDeletes() ==
+               fast.portStatus->remoteSystems());
     FUZZ_CHECK(fast.portStatus->rxFramesTotal() == delivered);
     Fuzz::checkSamePorts(fast, full);
   }
