@@ -44,15 +44,36 @@ TEST_F(SchedulerTest, RearmAndDisarm) {
   EXPECT_EQ(s.armedClocks(), 0u);
 }
 
-TEST_F(SchedulerTest, ClockArmedForNowFiresOnTheNextPassNotInsideTheHandler) {
+TEST_F(SchedulerTest, ClockArmedForNowFiresOnTheNextPassAfterWhatIsPending) {
+  auto b = clock("b");
   int runs = 0;
-  Clock c(s, [&] {
-    ++runs;
-    if (runs < 3) c.timeMinIs(s.now());
+  Clock a(s, [&] {
+    fired.push_back("a" + std::to_string(++runs));
+    if (runs == 1) s.post([this] { fired.push_back("posted"); });
+    if (runs < 4) a.timeMinIs(s.now());
   });
-  c.timeMinIs(101);
+  a.timeMinIs(101);
+  b->timeMinIs(101);
   s.runUntil(101);
-  EXPECT_EQ(runs, 3);
+  // The first re-arm waits for the pass after b and the posted call; the second still runs at
+  // 101; the next costs a busy pass's time.
+  EXPECT_EQ(fired, (std::vector<std::string>{"a1", "b@101", "posted", "a2"}));
+  s.runFor(VirtualScheduler::kBusyPassDelay * 2.5);
+  EXPECT_EQ(runs, 4);
+}
+
+TEST_F(SchedulerTest, ClockArmedDuringAPassForThePastDoesNotBlockClocksStillDue) {
+  int aRuns = 0;
+  Clock a(s, [&] {
+    fired.push_back("a");
+    if (++aRuns == 1) a.timeMinIs(95);
+  });
+  auto b = clock("b");
+  a.timeMinIs(90);
+  b->timeMinIs(100);
+  s.runPending();
+  EXPECT_EQ(fired, (std::vector<std::string>{"a", "b@100", "a"}));
+  EXPECT_FALSE(a.armed());
 }
 
 TEST_F(SchedulerTest, PastExpiryFiresAtOnceWithoutMovingTimeBack) {
