@@ -46,11 +46,11 @@ void InputFixture::start(uint32_t cellId) {
   inputRoot->bridgingConfigIs(bridgingConfig);
   inputRoot->allIntfStatusDirIs(allIntfStatusDir);
   inputRoot->desiredIntfDirIs(protocolRoot->desiredIntfDir());
-  inputRoot->remTablesClearRequestSmIs(remTablesCliConfig);
-  inputRoot->identityDot1xStatusSmIs(dot1xStatus);
   inputRoot->inputSmIs(phyConfigDir, bridgingConfig, hwCapabilities, ipStatus, ip6Status, routingConfig, sysDescr,
                        externalTlvs, netStatus, cliConfig, allIntfStatusDir, inputRoot.get());
   inputRoot->activeEthIntfStatusDirSmIs(phyDir, lagDir);
+  inputRoot->remTablesClearRequestSmIs(remTablesCliConfig);
+  inputRoot->identityDot1xStatusSmIs(dot1xStatus);
   protocolRoot->onOffSwitchSmIs(cliConfig, protocolRoot->pamMan());
   scheduler.runPending();
 }

@@ -171,7 +171,14 @@ TEST_F(PortTest, AdminStatusFollowsCommandLineSwitchportModeAndLag) {
 }
 
 TEST_F(PortTest, Dot1xBypassAdmitsAndRemovesDataLinkPorts) {
+  // A bypass that is on at start-up admits its ports, whatever the order the reactors come in.
+  dot1xStatus->lldpBypassIs(true);
+  addPhy("Ethernet3", ForwardingModel::dataLink);
   start();
+  EXPECT_TRUE(portConfig("Ethernet3"));
+  dot1xStatus->lldpBypassIs(false);
+  EXPECT_FALSE(portConfig("Ethernet3"));
+
   addPhy("Ethernet1", ForwardingModel::dataLink);
   addPhy("Ethernet2");
   EXPECT_FALSE(portConfig("Ethernet1"));
