@@ -260,7 +260,12 @@ void IpIntfStatusSm::doMaybeAddSecMgmtAddrs() {
   for (const Arnet::IpAddrWithMask& secondary : wanted) {
     auto found = secondaryMgmtAddr_.find(secondary);
     if (found == secondaryMgmtAddr_.end()) {
-      if (!skippedSecondary_.count(secondary)) doMaybeAddSecMgmtAddr(secondary);
+      // A skipped secondary is tried again once nobody else advertises it (take-over).
+      if (skippedSecondary_.count(secondary)) {
+        if (localSystem->managementAddressHas(ipv4ManagementAddressKey(secondary.addr))) continue;
+        skippedSecondary_.erase(secondary);
+      }
+      doMaybeAddSecMgmtAddr(secondary);
       continue;
     }
     const ManagementAddress addr = addressFor(found->second.key());
