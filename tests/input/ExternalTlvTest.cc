@@ -140,15 +140,5 @@ TEST_F(ExternalTlvTest, ARecordReplacedUnderItsNameIsNotReusedButTakenAnew) {
   EXPECT_TRUE(onPort("Ethernet1").empty());
 }
 
-TEST_F(ExternalTlvTest, InformationStringsAreBoundedAt507Bytes) {
-  EXPECT_NO_THROW(BoundedString507(std::string(507, 'x')));
-  try {
-    BoundedString507(std::string(508, 'x'));
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "BoundedString507::value::bytes > 507 not allowed");
-  }
-}
-
 }  // namespace
 }  // namespace Lldp::Agent::Input
