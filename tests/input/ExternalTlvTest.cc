@@ -1,50 +1,21 @@
 // External TLVs: clients' TLVs merged onto ports by key with the last-writer rule, withdrawn
 // exactly, and applied to ports that appear after they were configured.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
+#include "LocalInfoFixture.h"
 #include "input/ExternalTlv.h"
-#include "input/LldpInputSm.h"
-#include "platform/Scheduler.h"
 
 namespace Lldp::Agent::Input {
 namespace {
 
 using Tlvs = std::vector<std::string>;
 
-struct ExternalTlvTest : ::testing::Test {
-  Platform::VirtualScheduler scheduler{0};
-  LocalSystem::Ptr localSystem = Platform::make<LocalSystem>();
-  Platform::Dir::Ptr externalTlvs = Platform::make<Platform::Dir>("externalTlvs");
-  std::unique_ptr<Root> root = rootFactory("inputRoot", scheduler, 1);
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
-
+struct ExternalTlvTest : LocalInfoFixture {
   ExternalTlvTest() {
-    root->localSystemIs(localSystem);
-    root->configIs(Platform::make<Config>());
-    root->statusIs(Platform::make<Status>("1"));
-    root->remTablesStatusIs(Platform::make<RemTablesStatus>());
-    root->bridgingConfigIs(Platform::make<Bridging::Config>());
-    root->allIntfStatusDirIs(Platform::make<Interface::AllIntfStatusDir>());
-    root->desiredIntfDirIs(Platform::make<Interface::PamDesiredIntfDir>("desiredIntfDir"));
     localSystem->localPortIs("Ethernet1");
     localSystem->localPortIs("Ethernet2");
-    root->inputSmIs(Platform::make<Interface::AllEthPhyIntfConfigDir>(), root->bridgingConfig(),
-                    Platform::make<Bridging::HwCapabilities>(), Platform::make<Ip::Status>(),
-                    Platform::make<Ip6::Status>(), Platform::make<Routing::Config>(),
-                    Platform::make<EntityMib::Status>(), externalTlvs, Platform::make<System::NetStatus>(),
-                    Platform::make<CliConfig>(), root->allIntfStatusDir(), root.get());
-    Platform::traceLevelsIs("*/8");
-    previousSink = Platform::traceSinkIs(
-        [this](const Platform::TraceFacility&, int, std::string_view line) { traces.emplace_back(line); });
-  }
-  ~ExternalTlvTest() override {
-    root.reset();
-    Platform::traceSinkIs(previousSink);
-    Platform::traceLevelsIs("");
+    start();
   }
 
   static UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& value) {
@@ -67,12 +38,6 @@ struct ExternalTlvTest : ::testing::Test {
       out.push_back(std::to_string(it.key().subtype()) + "=" + it.value().value.str());
     }
     return out;
-  }
-  size_t tracedAt(const std::string& text) const {
-    for (size_t i = 0; i < traces.size(); ++i) {
-      if (traces[i].find(text) != std::string::npos) return i;
-    }
-    return traces.size();
   }
 };
 

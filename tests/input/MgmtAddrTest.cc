@@ -1,59 +1,20 @@
 // Management-address selection through the Input root: band order, the bridge-MAC fallback,
 // skipping and take-over, secondary addresses, VRF, the transmit option's interface and IPv6.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
-#include "input/LldpInputSm.h"
+#include "LocalInfoFixture.h"
 #include "input/MgmtAddr.h"
-#include "platform/Scheduler.h"
 
 namespace Lldp::Agent::Input {
 namespace {
 
 using Strings = std::vector<std::string>;
 
-struct MgmtAddrTest : ::testing::Test {
-  Platform::VirtualScheduler scheduler{0};
-  LocalSystem::Ptr localSystem = Platform::make<LocalSystem>();
-  Config::Ptr config = Platform::make<Config>();
-  Status::Ptr status = Platform::make<Status>("1");
-  Bridging::Config::Ptr bridgingConfig = Platform::make<Bridging::Config>();
-  Interface::AllIntfStatusDir::Ptr allIntfStatusDir = Platform::make<Interface::AllIntfStatusDir>();
-  Ip::Status::Ptr ipStatus = Platform::make<Ip::Status>();
-  Ip6::Status::Ptr ip6Status = Platform::make<Ip6::Status>();
-  CliConfig::Ptr cliConfig = Platform::make<CliConfig>();
-  std::unique_ptr<Root> root = rootFactory("inputRoot", scheduler, 1);
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+struct MgmtAddrTest : LocalInfoFixture {
   const std::string bridgeMac = "00:1c:73:00:00:99";
 
-  MgmtAddrTest() {
-    bridgingConfig->bridgeMacAddrIs(*Konet::EthAddr::parse(bridgeMac));
-    root->localSystemIs(localSystem);
-    root->configIs(config);
-    root->statusIs(status);
-    root->remTablesStatusIs(Platform::make<RemTablesStatus>());
-    root->bridgingConfigIs(bridgingConfig);
-    root->allIntfStatusDirIs(allIntfStatusDir);
-    root->desiredIntfDirIs(Platform::make<Interface::PamDesiredIntfDir>("desiredIntfDir"));
-    Platform::traceLevelsIs("*/6");
-    previousSink = Platform::traceSinkIs(
-        [this](const Platform::TraceFacility&, int, std::string_view line) { traces.emplace_back(line); });
-  }
-  ~MgmtAddrTest() override {
-    root.reset();
-    Platform::traceSinkIs(previousSink);
-    Platform::traceLevelsIs("");
-  }
-
-  void start() {
-    root->inputSmIs(Platform::make<Interface::AllEthPhyIntfConfigDir>(), bridgingConfig,
-                    Platform::make<Bridging::HwCapabilities>(), ipStatus, ip6Status, Platform::make<Routing::Config>(),
-                    Platform::make<EntityMib::Status>(), Platform::make<Platform::Dir>("externalTlvs"),
-                    Platform::make<System::NetStatus>(), cliConfig, allIntfStatusDir, root.get());
-  }
+  MgmtAddrTest() { bridgingConfig->bridgeMacAddrIs(*Konet::EthAddr::parse(bridgeMac)); }
 
   // An interface with an interface index and (unless empty) a primary IPv4 address.
   Ip::IpIntfStatus::Ptr intf(const std::string& name, int32_t ifIndex, const std::string& addr,
@@ -92,12 +53,6 @@ struct MgmtAddrTest : ::testing::Test {
     EXPECT_TRUE(localSystem->managementAddressHas(key)) << addr;
     return localSystem->managementAddress(key).ifId();
   }
-  bool traced(const std::string& text) const {
-    for (const std::string& line : traces) {
-      if (line.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
 };
 
 TEST_F(MgmtAddrTest, BandOrderWithTheFallbackOnlyWhileNoAddressIsAdvertised) {
@@ -114,10 +69,12 @@ TEST_F(MgmtAddrTest, BandOrderWithTheFallbackOnlyWhileNoAddressIsAdvertised) {
   intf("Ethernet4", 4, "");  // no address
   EXPECT_EQ(prio(), (Strings{"1.1.1.1", "172.16.0.1", "10.0.3.1", "10.0.1.1", "10.0.10.1"}));
   EXPECT_EQ(ifIdOf("10.0.3.1"), 3);
-  EXPECT_EQ(localSystem->managementAddress(ipv4ManagementAddressKey(*Arnet::IpAddr::parse("10.0.3.1"))).ifSubtype(),
-            ifNumberingIfIndex);
 
-  allIntfStatusDir->intfStatus("Ethernet3")->ifIndexIs(33);  // renumbered in place
+  allIntfStatusDir->intfStatus("Ethernet3")->ifIndexIs(-1);  // not known: sent unnumbered
+  EXPECT_EQ(ifIdOf("10.0.3.1"), 0);
+  EXPECT_EQ(localSystem->managementAddress(ipv4ManagementAddressKey(*Arnet::IpAddr::parse("10.0.3.1"))).ifSubtype(),
+            ifNumberingUnknown);
+  allIntfStatusDir->intfStatus("Ethernet3")->ifIndexIs(33);
   EXPECT_EQ(ifIdOf("10.0.3.1"), 33);
 
   traces.clear();
@@ -202,8 +159,7 @@ TEST_F(MgmtAddrTest, OnlyAddressesInTheManagementVrfAreAdvertised) {
 TEST_F(MgmtAddrTest, TheNamedInterfacesAddressIsFiledFirst) {
   start();
   intf("Loopback0", 500, "1.1.1.1");
-  CliConfig::Ptr cli = cliConfig;
-  cli->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan20"});
+  cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan20"});
   intf("Vlan20", 120, "10.0.0.2");  // added after the option names it
   EXPECT_EQ(prio(), (Strings{"10.0.0.2", "1.1.1.1"}));
   EXPECT_TRUE(localSystem->managementAddressPrioHas(reservedSourceIntfPriority()));
@@ -245,17 +201,6 @@ TEST_F(MgmtAddrTest, OneStableIpv6AddressOfTheNamedInterface) {
   cliConfig->ip6MgmtAddrIntfNameIs(Konet::IntfId());
   EXPECT_EQ(localSystem->ip6ManagementAddress(), ManagementAddress{});
   EXPECT_EQ(prio(), Strings{bridgeMac});
-}
-
-TEST_F(MgmtAddrTest, AnUnknownInterfaceIndexIsNeverSent) {
-  EXPECT_EQ(makeManagementAddress(7, ipv4ManagementAddressKey(*Arnet::IpAddr::parse("10.0.0.1"))).ifId(), 7);
-  start();
-  intf("Vlan10", -1, "10.0.0.1");
-  EXPECT_EQ(ifIdOf("10.0.0.1"), 0);
-  EXPECT_EQ(localSystem->managementAddress(ipv4ManagementAddressKey(*Arnet::IpAddr::parse("10.0.0.1"))).ifSubtype(),
-            ifNumberingUnknown);
-  allIntfStatusDir->intfStatus("Vlan10")->ifIndexIs(110);
-  EXPECT_EQ(ifIdOf("10.0.0.1"), 110);
 }
 
 }  // namespace

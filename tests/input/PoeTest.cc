@@ -68,6 +68,10 @@ TEST_F(PoeTest, RequestedPowerIsTheSumOfThePoweredDevicesOnThePort) {
   EXPECT_DOUBLE_EQ(requested("Ethernet1"), 4.0);
   gone("Ethernet1", 2);
   EXPECT_DOUBLE_EQ(requested("Ethernet1"), 0);
+
+  neighbour("Ethernet3", 1, 125);  // a port without PoE information is never written
+  poeDir->entryIs("Ethernet3", Platform::make<PoePortStatus>("Ethernet3"));
+  EXPECT_FALSE(localSystem->localPort("Ethernet3")->localPortPoeInfo());
 }
 
 TEST_F(PoeTest, ARefreshedRequestIsSeenWhicheverComesFirstTimeOrNotification) {
@@ -119,15 +123,6 @@ TEST_F(PoeTest, GrantFollowsThePowerManagerAndARemovedStatusResetsThePort) {
   poeDir->entryDel("Ethernet1");
   EXPECT_DOUBLE_EQ(poe("Ethernet1")->grantedPower().value, 0);
   EXPECT_FALSE(poeSm->poeAgentPortSmHas("Ethernet1"));
-}
-
-TEST_F(PoeTest, APortWithoutPoeInformationIsNeverWritten) {
-  auto ps = Platform::make<PoePortStatus>("Ethernet3");
-  ps->grantedPowerIs(Units::Watts{15.4});
-  poeDir->entryIs("Ethernet3", ps);
-  poeDir->entryIs("Ethernet9", Platform::make<PoePortStatus>("Ethernet9"));  // no such port
-  neighbour("Ethernet3", 1, 125);
-  EXPECT_FALSE(localSystem->localPort("Ethernet3")->localPortPoeInfo());
 }
 
 TEST_F(PoeTest, PresentStatusesAndNeighboursAreTakenAtStart) {
