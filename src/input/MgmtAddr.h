@@ -21,12 +21,20 @@
 //   last IPv4 address while an IPv6 one is advertised does not.
 // - An IpIntfStatusSm exists while its interface has both an IPv4 status and an interface
 //   status (which gives the interface index); it also follows the interface index.
+// - PoE: granted power, class, state and negotiation support are read from the power
+//   subsystem's PoePortStatus attributes grantedPower, poweredDeviceClass, poePortState and
+//   lldpNegotiationSupported. PoeUtils::getType yields the raw two-bit 802.3at power type, so
+//   codes 1 and 3 (bit 0 set) are the powered devices, 0 and 2 power sourcing equipment.
 // - PoE: the requested power of a port is recomputed whenever that port's neighbours change and
 //   again at the next change of the remote tables (a neighbour's values may be written after
 //   it is added); one port's change never walks the other ports. A replaced PoE port status
 //   record gets a new PoeAgentPortSm, which writes the new values at once.
 // - Network policy follows every neighbour's networkPolicyTlv through a watch on each remote
 //   system, so that a request is seen however the remote system was filled.
+// - Network policy record: two configurations are equivalent when every field (tagged, VLAN,
+//   priority, DSCP) is equal; toNetworkPolicyTlv carries those fields with "unknown policy" clear.
+// - External TLVs: a client is an ExternalTlvConfig entry of the external-TLV directory, holding one
+//   ExternalTlvPortConfig per interface with its TLVs keyed by UnknownOrgDefTlv::Key.
 // - External TLVs: a client's record replaced under the same name is not reused; the error text
 //   is traced and the client's reactor is re-created (its TLVs withdrawn, the new ones added).
 //   A port whose LocalPort is (re)created gets every client's TLVs again, clients in name order.
