@@ -5,6 +5,7 @@
 #include "input/CliPortConfig.h"
 #include "input/IntfTracking.h"
 #include "input/LldpInputSm.h"
+#include "input/MgmtAddr.h"
 #include "platform/Assert.h"
 
 namespace Lldp::Agent::Input {
@@ -219,9 +220,7 @@ void InputSm::handleBridgeMacAddr() {
   root_->fallbackManagementAddressKeyIs(key);
   root_->fallbackManagementAddressKeyPresentIs(true);
   localSystem->managementAddressIs(key, ManagementAddress(key, ifNumberingUnknown, 0));
-  if (!localSystem->managementAddressPrio().empty()) return;
-  TRACE(inputSmTrace, 6) << "Adding fallback management address";
-  localSystem->managementAddressPrioIs(fallback, key);
+  maybeAddFallbackManAddr(root_);
 }
 
 void InputSm::handleBridgingMaxFrameSize() {
