@@ -10,8 +10,6 @@
 
 namespace Lldp::Agent {
 
-Platform::TraceFacility lldpAgentTrace("LldpAgent");
-
 Agent::Agent(std::string name, Platform::StateDb& stateDb, Protocol::PamManagerFactory pamManagerFactory,
              Options options)
     : name_(std::move(name)), stateDb_(stateDb), pamManagerFactory_(std::move(pamManagerFactory)),
@@ -160,7 +158,8 @@ void Agent::doMountsCompleteStep2() {
   inputRoot_->identityDot1xStatusSmIs(dot1xStatus_);
 
   // 3. The redundancy reactor; 4. the standby interface reactor; 5. packet access, last.
-  redundancyStatusSm_ = Platform::makeReactor<RedundancyStatusSm>(redundancyStatus_, this);
+  redundancyStatusSm_ = Platform::makeReactor<RedundancyStatusSm>(redundancyStatus_,
+                                                                     [this](bool standby) { standbyModeIs(standby); });
   inputRoot_->standbyEthIntfStatusDirSmIs(ethPhyIntfStatusDir_);
   protocolRoot_->onOffSwitchSmIs(cliConfig_, protocolRoot_->pamMan());
 
