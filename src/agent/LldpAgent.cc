@@ -15,7 +15,12 @@ Agent::Agent(std::string name, Platform::StateDb& stateDb, Protocol::PamManagerF
     : name_(std::move(name)), stateDb_(stateDb), pamManagerFactory_(std::move(pamManagerFactory)),
       options_(std::move(options)) {}
 
-Agent::~Agent() { doCleanup(); }
+Agent::~Agent() {
+  doCleanup();
+  inputRoot_.reset();
+  intfStatusManagerSm_.reset();
+  protocolRoot_.reset();
+}
 
 std::unique_ptr<Agent> agentFactory(const std::string& name, Platform::StateDb& stateDb,
                                     Protocol::PamManagerFactory pamManagerFactory, Agent::Options options) {
@@ -165,6 +170,7 @@ void Agent::doMountsCompleteStep2() {
 
   // 6. Port statuses of an earlier run for interfaces no longer tracked.
   doCleanStaleLocalPortStatus();
+  running_ = true;
   handleStandbyMode();
 }
 
@@ -223,9 +229,7 @@ void Agent::doCleanup() {
   statusAccumulatorSm_.reset();
   redundancyStatusSm_.reset();
   standbyLldpStatusDirSm_.reset();
-  inputRoot_.reset();
-  intfStatusManagerSm_.reset();
-  protocolRoot_.reset();
+  running_ = false;
 }
 
 }  // namespace Lldp::Agent
