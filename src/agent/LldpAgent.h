@@ -16,8 +16,8 @@
 //   second stage, after packet access is switched on: they only read what the engines write.
 // - No separate sysDescrSm: InputSm already follows the entity MIB description.
 // - In the second stage the Input root, after its records, gets inputSm, the active interface
-//   reactor, the neighbour classification reactor (watching this cell's status), then the
-//   remote-tables clear request and 802.1X reactors. The interface status manager is owned by
+//   reactor, the network policy and PoE reactors, the neighbour classification reactor
+//   (watching this cell's status), then the remote-tables clear request and 802.1X reactors. The interface status manager is owned by
 //   the agent beside the protocol root; it fills the root's device directory.
 // - A port status is stale when its interface is neither a local port nor a desired interface
 //   once the Input reactors have synchronised.

@@ -246,6 +246,13 @@ std::vector<std::string> StateDb::paths() const {
   return out;
 }
 
+void StateDb::mountRecordIs(Mount mount) {
+  for (const Mount& m : mounts_) {
+    if (m.path == mount.path) return;
+  }
+  mounts_.push_back(std::move(mount));
+}
+
 void StateDb::MountGroup::close(MountDone done) {
   StateDb* db = db_;
   db->scheduler().post([db, entries = std::move(entries_), done = std::move(done)] {
@@ -261,7 +268,7 @@ Statedb::MountStatus StateDb::complete(const std::vector<MountGroup::Entry>& ent
     const bool perCell = e.mode.find('f') != std::string::npos && !e.directory;
     const std::string path = perCell ? cellPath(e.path) : e.path;
     if (!e.create(*this, path)) return Statedb::mountFailure_;  // another type lives there
-    mounts_.push_back({path, e.mode, e.typeName});
+    mountRecordIs({path, e.mode, e.typeName});
   }
   return Statedb::mountSuccess_;
 }

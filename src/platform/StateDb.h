@@ -263,7 +263,7 @@ class StateDb {
   template <class T>
   Ptr<T> mountIs(const std::string& path, const std::string& mode) {
     Ptr<T> e = entityIs<T>(path);
-    if (e) mounts_.push_back({path, mode, T::kTypeName});
+    if (e) mountRecordIs({path, mode, T::kTypeName});
     return e;
   }
 
@@ -300,6 +300,8 @@ class StateDb {
 
  private:
   Statedb::MountStatus complete(const std::vector<MountGroup::Entry>& entries);
+  // A path mounted again (an agent restarted on the same database) is listed once.
+  void mountRecordIs(Mount mount);
   // The mounted entity with the longest path that is path or a prefix of it; rest is the remainder.
   Ptr<Entity> mountedPrefix(std::string_view path, std::string_view& rest) const;
 
