@@ -2,7 +2,16 @@
 // network information.
 #include "agent/IntfStatusManagerSm.h"
 
+#include <stdexcept>
+
 namespace Lldp::Agent {
+
+namespace {
+const std::string& checkedNamespaceName(const std::string& name) {
+  if (name.size() > 150) throw std::range_error("NamespaceName::bytes > 150 not allowed");
+  return name;
+}
+}  // namespace
 
 DeviceIntfSm::DeviceIntfSm(Konet::IntfId intf, Interface::EthPhyIntfStatus::PtrConst phy,
                            IntfStatusManagerSm* manager)
@@ -31,7 +40,7 @@ IntfStatusManagerSm::IntfStatusManagerSm(Interface::AllEthPhyIntfStatusDir::PtrC
                                          const std::string& netNsName)
     : ethPhyIntfStatusDir_(std::move(ethPhyIntfStatusDir)), allIntfStatusDir_(std::move(allIntfStatusDir)),
       kernelNetInfo_(std::move(kernelNetInfo)), deviceIntfStatusDir_(std::move(deviceIntfStatusDir)),
-      netNsName_(netNsName) {
+      netNsName_(checkedNamespaceName(netNsName)) {
   watch<&IntfStatusManagerSm::handlePhyIntfStatus>(ethPhyIntfStatusDir_,
                                                    Interface::AllEthPhyIntfStatusDir::intfStatusAttr);
   watch<&IntfStatusManagerSm::handleIntfStatus>(allIntfStatusDir_, Interface::AllIntfStatusDir::intfStatusAttr);

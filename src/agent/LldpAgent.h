@@ -23,6 +23,13 @@
 //   once the Input reactors have synchronised.
 // - Shutdown deletes, after the reactors the start-up order names, the agent-level reactors
 //   (standby mirroring, accumulator, redundancy) and the Input root's remaining reactors.
+// - Accumulation: when both cells list a port, the local cell's port status wins (it is the one
+//   this agent's engines keep current); the accumulated mgmtAddrVrf is the local cell's (the VRF
+//   is configuration, the same on both); the first other cell's entry of the status directory is
+//   the peer. The cell rules of the status directory are written with the cell record.
+// - The interface status manager offers packet access an interface when its status names no
+//   namespace and the agent runs in "default", or names the agent's namespace; the kernel's
+//   device list supplies the index and address when the interface records lack them.
 // - Input paths (writable from outside): the command-line configuration, the remote-tables
 //   clear request, the external TLV directory, the PoE port statuses and the 802.1X status.
 #pragma once
