@@ -52,8 +52,11 @@
 // networkPolicyConfig into its PortConfig, and empties it when the port has no command-line entry
 // or LLDP is disabled: with no operator policy there is nothing to answer a phone with.
 //
-// Ethernet port 0. Host interface names such as eth0 parse as port 0; their name-derived priority
+// Host interface names. Names such as eth0 parse as Ethernet port 0; their name-derived priority
 // uses the first Ethernet slot instead of wrapping below the band (ports count from 1 otherwise).
+// Host names (lower-case: ens160, enp3s0f1, bond3000) are numbered by the kernel, so their numbers
+// are held to the band limits instead of asserted: a server's NIC naming must not stop the agent.
+// The switch's own names (Ethernet, Management, Loopback, Port-Channel) keep the assertions.
 //
 // LAG re-synchronisation. addLagMember and removeLagMember re-run syncPortConfig for the member on
 // every call, changed LAG or not: it is idempotent and cheap, and it keeps the member's admin

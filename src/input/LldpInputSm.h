@@ -177,6 +177,7 @@ class Root : public Platform::Entity {
   X(Attr, sourceIntfNamePriority, ::Lldp::ManAddrPriority, {})
   PLATFORM_RECORD(Root, INPUT_ROOT_ATTRS)
  public:
+  using Lags = ::Lldp::Agent::Input::Lags;
   // cellId is this supervisor's cell (1 or 2); time stamps come from the scheduler.
   Root(std::string name, Platform::Scheduler& scheduler, uint32_t cellId);
   ~Root() override;

@@ -1,5 +1,8 @@
 // The Input root and the subsystem's free operations: which interfaces run LLDP, interface
 // numbering and address priority, TLV selection and the admin-status rule.
+#include <algorithm>
+#include <cctype>
+
 #include "input/CliPortConfig.h"
 #include "input/IntfTracking.h"
 #include "input/LldpInputSm.h"
@@ -111,15 +114,19 @@ void intfNameToVlanIdAndManAddrPriority(const Konet::IntfId& intfId, Bridging::V
 
   *manAddrPriority = ManAddrPriority{ManAddrType::intf, 0, 0, intfId};
   if (vlanId) *vlanId = Bridging::VlanIdOrNone{};
+  // A host's own interface names (ens160, bond3000) are numbered by its kernel, not by this
+  // switch's port layout: they are held to the band limits rather than asserted against them.
+  const bool hostName = !intfId.name().empty() && std::islower(static_cast<unsigned char>(intfId.name()[0]));
+  auto held = [hostName](uint32_t value, uint32_t limit) { return hostName ? std::min(value, limit) : value; };
   uint32_t& primary = manAddrPriority->primaryPriority;
   switch (intfId.kind()) {
     case Konet::IntfId::Kind::loopback:
-      primary = intfId.number() + 2;
+      primary = held(intfId.number(), managementPriorityBase - 3) + 2;
       bandCheck(primary < managementPriorityBase, "manAddrPriority->primaryPriority() < managementPriorityBase");
       break;
     case Konet::IntfId::Kind::management: {
-      const uint32_t slotId = intfId.module();
-      const uint32_t port = intfId.port();
+      const uint32_t slotId = held(intfId.module(), maxSlotId);
+      const uint32_t port = held(intfId.port(), mgmtIntfPerSlot);
       LLDP_ASSERT(slotId <= maxSlotId);
       LLDP_ASSERT(port <= mgmtIntfPerSlot);
       primary = managementPriorityBase + 10 * slotId + port;
@@ -127,18 +134,19 @@ void intfNameToVlanIdAndManAddrPriority(const Konet::IntfId& intfId, Bridging::V
       break;
     }
     case Konet::IntfId::Kind::ethernet: {
-      const uint32_t slotId = intfId.module();
-      const uint32_t port = intfId.port();
+      const uint32_t slotId = held(intfId.module(), maxSlotId);
+      const uint32_t port = held(intfId.port(), phyIntfPerSlot);
       LLDP_ASSERT(slotId <= maxSlotId);
       LLDP_ASSERT(port <= phyIntfPerSlot);
       // Ports count from 1; a host's port 0 (eth0) shares the first slot rather than wrap.
       const uint32_t index = phyIntfPerSlot * slotId + port;
-      primary = ethernetPriorityBase + lanesPerPort * (index == 0 ? 0 : index - 1) + intfId.lane();
+      const uint32_t lane = held(intfId.lane(), lanesPerPort - 1);
+      primary = ethernetPriorityBase + lanesPerPort * (index == 0 ? 0 : index - 1) + lane;
       bandCheck(primary < portChannelPriorityBase, "manAddrPriority->primaryPriority() < portChannelPriorityBase");
       break;
     }
     case Konet::IntfId::Kind::portChannel:
-      primary = portChannelPriorityBase + intfId.number();
+      primary = portChannelPriorityBase + held(intfId.number(), vlanPriorityBase - portChannelPriorityBase - 1);
       bandCheck(primary < vlanPriorityBase, "manAddrPriority->primaryPriority() < vlanPriorityBase");
       break;
     case Konet::IntfId::Kind::vlan: {

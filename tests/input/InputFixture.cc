@@ -68,7 +68,8 @@ void InputFixture::stop() {
 
 void InputFixture::deviceIs(const std::string& name) {
   if (!protocolRoot) return;
-  protocolRoot->deviceIntfStatusDir()->deviceIntfIs(name, Interface::DeviceIntf{name, 0, Konet::EthAddr(0, 0x1c, 0x73, 0, 1, 1)});
+  const Interface::DeviceIntf device{name, 0, Konet::EthAddr(0, 0x1c, 0x73, 0, 1, 1)};
+  protocolRoot->deviceIntfStatusDir()->deviceIntfIs(name, device);
 }
 
 Interface::EthPhyIntfStatus::Ptr InputFixture::addPhy(const std::string& name, ForwardingModel model) {

@@ -56,7 +56,8 @@ TEST_F(LocalSystemTest, ChassisNameDescriptionAndCapabilitiesReachTheWire) {
 
 TEST_F(LocalSystemTest, FallbackAddressFollowsTheBridgeMacAndYieldsToListedAddresses) {
   start();
-  const Lldp::ManagementAddress::Key first{Lldp::afIeee802, Lldp::ManAddress(bridgingConfig->bridgeMacAddr().data(), 6)};
+  const Lldp::ManagementAddress::Key first{Lldp::afIeee802,
+                                           Lldp::ManAddress(bridgingConfig->bridgeMacAddr().data(), 6)};
   ASSERT_TRUE(inputRoot->fallbackManagementAddressKeyPresent());
   EXPECT_EQ(inputRoot->fallbackManagementAddressKey(), first);
   EXPECT_EQ(localSystem->managementAddress(first).ifSubtype(), Lldp::ifNumberingUnknown);
@@ -144,7 +145,10 @@ TEST_F(LocalSystemTest, NameDerivedPrioritiesFormDisjointBands) {
   EXPECT_EQ(primary("Management1/2"), 2115u);
   EXPECT_EQ(primary("Ethernet1"), 3394u);
   EXPECT_EQ(primary("Ethernet2/3/4"), 3394u + 32 * (128 * 2 + 3 - 1) + 4);
+  // Host names never abort the agent: they are held inside their band.
   EXPECT_EQ(primary("eth0"), 3394u);
+  EXPECT_EQ(primary("ens160"), 3394u + 32 * 127);
+  EXPECT_EQ(primary("bond3000"), 533779u);
   EXPECT_EQ(primary("Port-Channel1"), 531780u);
   Bridging::VlanIdOrNone vlan;
   EXPECT_EQ(primary("Vlan1", &vlan), 533781u);
