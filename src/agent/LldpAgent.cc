@@ -8,11 +8,8 @@
 #include "input/LldpInputSm.h"
 // Network policy and PoE are built in parallel with the agent; until both are in the tree the
 // agent runs without them.
-#if __has_include("input/NetworkPolicy.h") && __has_include("input/Poe.h")
 #include "input/NetworkPolicy.h"
 #include "input/Poe.h"
-#define LLDP_AGENT_HAS_POLICY_AND_POE 1
-#endif
 #include "platform/Assert.h"
 
 namespace Lldp::Agent {
@@ -165,10 +162,8 @@ void Agent::doMountsCompleteStep2() {
                         routingConfig_, sysDescr_, externalTlvs_, netStatus_, cliConfig_, allIntfStatusDir_,
                         inputRoot_.get());
   inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
-#ifdef LLDP_AGENT_HAS_POLICY_AND_POE
   inputRoot_->networkPolicySmIs(config_, lldpStatusLocal_, localSystem_, inputRoot_.get());
   inputRoot_->poeSmIs(poePortStatusDir_, lldpStatusLocal_, localSystem_, inputRoot_.get());
-#endif
   inputRoot_->nbrClassificationSmIs(lldpStatusLocal_, nbrClassficationStatus_, ethPhyIntfStatusDir_, scheduler);
   inputRoot_->remTablesClearRequestSmIs(remTablesCliConfig_);
   inputRoot_->identityDot1xStatusSmIs(dot1xStatus_);
