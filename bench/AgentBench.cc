@@ -87,7 +87,7 @@ struct Switch {
 };
 
 void BM_AgentStartUpToFirstLldpduOnEveryPort(benchmark::State& state) {
-  Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
   int sent = 0;
   for (auto _ : state) {
     state.PauseTiming();
