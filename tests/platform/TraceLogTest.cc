@@ -1,9 +1,11 @@
-// Trace levels and sinks, the ring trace, the log catalogue, assertions and feature switches.
+// Trace levels and sinks, the ring trace, assertions and feature switches.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
+
+#include <stdexcept>
 
 #include "platform/Assert.h"
 #include "platform/FeatureToggle.h"
-#include "platform/Log.h"
 #include "platform/Trace.h"
 
 namespace {
@@ -64,35 +66,6 @@ TEST(RingTraceTest, KeepsTheMostRecentInOrder) {
   ring.clear();
 }
 
-const Platform::LogHandle kTestLimited({"TEST_LIMITED", Platform::Severity::warning,
-                                        "limit on %s (%d in %f s)", "Explanation.", "Action.",
-                                        60});
-const Platform::LogHandle kTestPlain({"TEST_PLAIN", Platform::Severity::notice, "plain %s",
-                                      "Explanation.", Platform::kNoActionRequired, 0});
-
-TEST(LogTest, FormatsAndRateLimitsByTheLogClock) {
-  double now = 1000;
-  Platform::logClockIs([&] { return now; });
-  Platform::CapturingLogSink sink;
-  EXPECT_TRUE(kTestLimited.emit("Ethernet1", 5, 1.5));
-  now += 59.9;
-  EXPECT_FALSE(kTestLimited.emit("Ethernet1", 5, 1.5));
-  now += 0.1;
-  EXPECT_TRUE(kTestLimited.emit("Ethernet2", 6, 2.0));
-  EXPECT_TRUE(kTestPlain.emit("a"));
-  EXPECT_TRUE(kTestPlain.emit("b"));
-  ASSERT_EQ(sink.entries().size(), 4u);
-  EXPECT_EQ(sink.entries()[0].text, "limit on Ethernet1 (5 in 1.500000 s)");
-  EXPECT_EQ(sink.entries()[1].text, "limit on Ethernet2 (6 in 2.000000 s)");
-  EXPECT_EQ(sink.count("TEST_PLAIN"), 2u);
-  EXPECT_EQ(kTestLimited.suppressed(), 1u);
-  Platform::logClockIs(nullptr);
-
-  bool registered = false;
-  for (const auto* m : Platform::logCatalogue()) registered |= std::string(m->id) == "TEST_LIMITED";
-  EXPECT_TRUE(registered);
-}
-
 TEST(AssertTest, ReportsTheConditionAsWritten) {
   auto old = Platform::assertHandlerIs(Platform::throwingAssertHandler);
   int intfId = 3;
@@ -126,6 +99,44 @@ TEST(FeatureToggleTest, DefaultOnEnvironmentAndOverride) {
   EXPECT_FALSE(fromEnv.enabled());
   setenv("LLDP_FEATURE_TestToggleB", "1", 1);
   EXPECT_FALSE(fromEnv.enabled());  // read once
+}
+
+TEST(ScopedFeatureTest, RestoresWhatItFoundNestedAndThroughLiveToggles) {
+  Platform::FeatureToggle toggle("TestToggleC");
+  {
+    const Platform::ScopedFeature off("TestToggleC", false);
+    EXPECT_FALSE(toggle.enabled());
+    {
+      const Platform::ScopedFeature on("TestToggleC", true);
+      EXPECT_TRUE(toggle.enabled());
+    }
+    EXPECT_FALSE(toggle.enabled());
+  }
+  EXPECT_TRUE(toggle.enabled());
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleC"));
+
+  setenv("LLDP_FEATURE_TestToggleD", "off", 1);
+  { const Platform::ScopedFeature on("TestToggleD", true); }
+  EXPECT_FALSE(Platform::featureEnabled("TestToggleD"));  // the environment's value came back
+}
+
+// A test body that leaves by a failed assertion: the guard must still put the switch back.
+void failWithToggleOff() {
+  const Platform::ScopedFeature off("TestToggleE", false);
+  ASSERT_TRUE(Platform::featureEnabled("TestToggleE")) << "body fails here";
+}
+
+TEST(ScopedFeatureTest, RestoresWhenTheBodyFailsOrThrows) {
+  EXPECT_FATAL_FAILURE(failWithToggleOff(), "body fails here");
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleE"));
+
+  EXPECT_THROW(
+      {
+        const Platform::ScopedFeature off("TestToggleE", false);
+        throw std::runtime_error("body throws");
+      },
+      std::runtime_error);
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleE"));
 }
 
 }  // namespace
