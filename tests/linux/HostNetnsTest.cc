@@ -32,7 +32,7 @@ class HostNetnsTest : public ::testing::Test {
     }
     entered_ = true;
     sh("ip link set lo up");
-    Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+    Platform::logSinkIs([](const Platform::LogRecord&) {});
     r.ethPhyIntfStatusDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();
     r.ethPhyIntfConfigDir = Platform::make<Interface::AllEthPhyIntfConfigDir>();
     r.allIntfStatusDir = Platform::make<Interface::AllIntfStatusDir>();
