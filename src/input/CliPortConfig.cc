@@ -5,7 +5,7 @@
 
 namespace Lldp::Agent::Input {
 
-const Platform::LogHandle LLDP_REMOTE_TABLES_CLEARED(
+const Platform::LogHandle<std::string_view, std::string_view> LLDP_REMOTE_TABLES_CLEARED(
     {"LLDP_REMOTE_TABLES_CLEARED", Platform::Severity::notice, "LLDP neighbor table cleared by %s on %s",
      "An operator cleared the table of LLDP neighbors; the neighbors are learnt again from the LLDPDUs "
      "they send next.",
@@ -67,7 +67,7 @@ void RemTablesClearRequestSm::handleRemTablesClearRequest() {
     it.value()->remoteSystemByMsapDelAll();
   }
   remTablesStatus->remTablesLastClearTimeIs(request.time);
-  LLDP_REMOTE_TABLES_CLEARED.emit(request.requester.c_str(), request.origin.c_str());
+  LLDP_REMOTE_TABLES_CLEARED.emit(request.requester, request.origin);
 }
 
 }  // namespace Lldp::Agent::Input
