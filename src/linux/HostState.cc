@@ -67,7 +67,7 @@ void HostState::linkChanged(int32_t ifIndex) {
 
 void HostState::linkIs(const LinkFacts& facts) {
   LinkEntry& entry = links_[facts.ifIndex];
-  entry.generation = generation_;
+  if (marking_) entry.generation = generation_;
   LinkFacts merged = facts;
   // The VLANs come from the bridge's own messages.
   merged.pvid = entry.facts.pvid;
@@ -95,7 +95,7 @@ void HostState::linkDel(int32_t ifIndex) {
 void HostState::bridgePortIs(int32_t ifIndex, uint16_t pvid, bool taggedVlans) {
   const auto it = links_.find(ifIndex);
   if (it == links_.end()) return;  // the link's own message comes first
-  it->second.bridgeGeneration = generation_;
+  if (marking_) it->second.bridgeGeneration = generation_;
   LinkFacts& f = it->second.facts;
   if (f.pvid == pvid && f.taggedVlans == taggedVlans) return;
   f.pvid = pvid;
@@ -106,10 +106,10 @@ void HostState::bridgePortIs(int32_t ifIndex, uint16_t pvid, bool taggedVlans) {
 void HostState::bridgePortDel(int32_t ifIndex) { bridgePortIs(ifIndex, 0, false); }
 
 void HostState::ip4Is(int32_t ifIndex, const Ip4Fact& fact) {
-  Ip4Entry& entry = addrs_[ifIndex].ip4[fact.addr];
-  const bool changed = entry.generation == 0 || entry.secondary != fact.secondary;
-  entry.secondary = fact.secondary;
-  entry.generation = generation_;
+  auto [it, inserted] = addrs_[ifIndex].ip4.try_emplace(fact.addr, Ip4Entry{fact.secondary, 0});
+  const bool changed = inserted || it->second.secondary != fact.secondary;
+  it->second.secondary = fact.secondary;
+  if (marking_) it->second.generation = generation_;
   if (changed) dirty_.insert(ifIndex);
 }
 
@@ -120,8 +120,8 @@ void HostState::ip4Del(int32_t ifIndex, const Arnet::IpAddrWithMask& addr) {
 }
 
 void HostState::ip6Is(int32_t ifIndex, const Arnet::Ip6AddrWithMask& addr) {
-  auto [it, inserted] = addrs_[ifIndex].ip6.try_emplace(addr, generation_);
-  it->second = generation_;
+  auto [it, inserted] = addrs_[ifIndex].ip6.try_emplace(addr, 0);
+  if (marking_) it->second = generation_;
   if (inserted) dirty_.insert(ifIndex);
 }
 

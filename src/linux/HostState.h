@@ -56,9 +56,11 @@ class HostState {
   void ip6Del(int32_t ifIndex, const Arnet::Ip6AddrWithMask& addr);
   void forwardingIs(bool forwarding);
 
-  // A resync: every fact seen from now on is current; what a finished dump did not report is
-  // gone from the kernel and is swept.
+  // A resync: only facts from the dump replies count as seen (markingIs(true) while one is
+  // applied); a notification queued before the dump may be stale. What a complete dump did not
+  // report is gone from the kernel and is swept.
   void resyncBegins() { ++generation_; }
+  void markingIs(bool marking) { marking_ = marking; }
   void sweepLinks();
   void sweepBridgePorts();
   void sweepIp4();
@@ -111,6 +113,7 @@ class HostState {
   std::set<int32_t> dirty_;
   bool globalsDirty_ = true;
   uint64_t generation_ = 1;
+  bool marking_ = true;
   IntfSelection selection_;
   std::optional<Konet::EthAddr> bridgeMacOverride_;
   uint64_t intfWrites_ = 0;

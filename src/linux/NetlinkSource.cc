@@ -146,6 +146,7 @@ void NetlinkSource::dumpDone(bool complete) {
   }
   dumpQueue_.pop_front();
   dumpSeq_ = 0;
+  dumpInterrupted_ = false;
   if (!dumpQueue_.empty()) {
     sendDump();
     return;
@@ -195,10 +196,14 @@ void NetlinkSource::handleDatagram(const uint8_t* data, size_t len) {
 
 void NetlinkSource::handleMessage(nlmsghdr* hdr) {
   const bool ours = dumpSeq_ != 0 && hdr->nlmsg_seq == dumpSeq_ && hdr->nlmsg_pid == nl_socket_get_local_port(sock_);
-  // The kernel changed what it was dumping while it dumped: take it all again afterwards.
-  if (ours && (hdr->nlmsg_flags & NLM_F_DUMP_INTR)) resyncPending_ = true;
+  // The kernel changed what it was dumping while it dumped: the dump may have missed entries,
+  // so it sweeps nothing, and everything is taken again afterwards.
+  if (ours && (hdr->nlmsg_flags & NLM_F_DUMP_INTR)) {
+    resyncPending_ = true;
+    dumpInterrupted_ = true;
+  }
   if (hdr->nlmsg_type == NLMSG_DONE) {
-    if (ours) dumpDone(true);
+    if (ours) dumpDone(!dumpInterrupted_);
     return;
   }
   if (hdr->nlmsg_type == NLMSG_ERROR) {
@@ -206,7 +211,10 @@ void NetlinkSource::handleMessage(nlmsghdr* hdr) {
     return;
   }
   if (hdr->nlmsg_type == NLMSG_NOOP || hdr->nlmsg_type == NLMSG_OVERRUN) return;
-  switch (applyRtnlMessage(hdr, state_)) {
+  state_.markingIs(ours);
+  const RtnlResult result = applyRtnlMessage(hdr, state_);
+  state_.markingIs(false);
+  switch (result) {
     case RtnlResult::applied: ++counters_.messages; break;
     case RtnlResult::invalid: ++counters_.invalidMessages; break;
     case RtnlResult::ignored: break;

@@ -67,6 +67,7 @@ class NetlinkSource {
   std::deque<Dump> dumpQueue_;
   uint32_t dumpSeq_ = 0;
   bool resyncPending_ = false;
+  bool dumpInterrupted_ = false;
   bool dumpApplied_ = false;
   std::function<void()> onDumpComplete_;
   Counters counters_;
