@@ -125,9 +125,9 @@ void IntfId::parse() {
   };
   for (const Prefix& p : kPrefixes) {
     if (!startsWith(n, p.text) || !parseNumbered(n.substr(p.text.size()), p.kind)) continue;
+    // A switch-style name says exactly where the port is: its numbers are kept as they are
+    // (the priority bands assert them), unlike a freely chosen Linux name's.
     parsed_.unconnected = p.unconnected;
-    // A switch-style name says exactly where the port is; outside the bands it names nothing.
-    if (!inBand(parsed_)) parsed_ = Numbering{Kind::other};
     return;
   }
   if (parseLinux()) {

@@ -3,9 +3,9 @@
 // The platform decides an interface's kind when it knows the interface (IntfPlatformTable: on
 // Linux the kernel's link type, so a veth named "uplink" is an Ethernet port); the name decides
 // it otherwise, as below. Identity and order are the name's alone (natural order: Ethernet2
-// before Ethernet10), so keys stay put whatever the kind. Numbers always stay inside the bands
-// of the management-address priorities: an out-of-band switch-style name is kind `other`, an
-// out-of-band Linux-style name is clamped.
+// before Ethernet10), so keys stay put whatever the kind. The numbers of a Linux-style name and
+// of a platform entry are clamped into the bands of the management-address priorities; a
+// switch-style name keeps its own.
 //
 // Names understood (anything else is kind `other`):
 //
