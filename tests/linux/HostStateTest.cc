@@ -348,8 +348,7 @@ TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
 TEST_F(HostStateTest, RtnetlinkMessagesThroughLibnl) {
   rtnl_link* link = rtnl_link_alloc();
   rtnl_link_set_ifindex(link, 7);
-  rtnl_link_set_name(link, "uplink");
-  rtnl_link_set_type(link, "veth");
+  rtnl_link_set_name(link, "uplink");  // a NIC: a veth request would carry its peer, which no kernel message does
   rtnl_link_set_mtu(link, 1400);
   rtnl_link_set_ifalias(link, "to the core");
   rtnl_link_set_flags(link, IFF_UP | IFF_RUNNING);
