@@ -7,7 +7,32 @@
 #include <fstream>
 #include <sstream>
 
+#include "agent/LldpAgent.h"
+
 namespace Linux {
+
+HostRecords HostSources::recordsIn(Platform::StateDb& db, const std::string& netNsName) {
+  using A = Lldp::Agent::Agent;
+  HostRecords r;
+  r.ethPhyIntfStatusDir = db.entityIs<Interface::AllEthPhyIntfStatusDir>(A::kEthPhyIntfStatusPath);
+  r.ethPhyIntfConfigDir = db.entityIs<Interface::AllEthPhyIntfConfigDir>(A::kEthPhyIntfConfigPath);
+  r.allIntfStatusDir = db.entityIs<Interface::AllIntfStatusDir>(A::kAllIntfStatusPath);
+  r.allIntfStatusLocalDir = db.entityIs<Interface::AllIntfStatusLocalDir>(db.cellPath(A::kAllIntfStatusLocalPath));
+  r.ethLagIntfStatusDir = db.entityIs<Interface::EthLagIntfStatusDir>(A::kEthLagIntfStatusPath);
+  r.bridgingConfig = db.entityIs<Bridging::Config>(A::kBridgingConfigPath);
+  r.bridgingHwCapabilities = db.entityIs<Bridging::HwCapabilities>(A::kBridgingHwCapabilitiesPath);
+  r.routingConfig = db.entityIs<Routing::Config>(A::kRoutingConfigPath);
+  r.ipStatus = db.entityIs<Ip::Status>(A::kIpStatusPath);
+  r.ip6Status = db.entityIs<Ip6::Status>(A::kIp6StatusPath);
+  r.kernelNetInfo = db.entityIs<KernelNetInfo::Status>("kni/ns/" + netNsName + "/status", netNsName);
+  r.netStatus = db.entityIs<System::NetStatus>(db.cellPath(A::kNetStatusPath));
+  r.sysDescr = db.entityIs<EntityMib::Status>(A::kEntMibPath);
+  r.redundancyStatus = db.entityIs<Redundancy::RedundancyStatus>(db.cellPath(A::kRedundancyStatusPath));
+  Platform::StateDb::typeIs<Hardware::CellInfo>();
+  r.cellInfoDir = db.entityIs<Platform::Dir>(A::kCellInfoPath);
+  r.cellId = db.cellId();
+  return r;
+}
 
 HostSources::HostSources(Platform::Scheduler& scheduler, HostRecords records, Options options)
     : scheduler_(scheduler), options_(std::move(options)), state_(std::move(records)),

@@ -33,6 +33,10 @@ class HostSources {
     uint64_t hostnameChecks = 0;
   };
 
+  // The records at the paths the agent mounts, made in the database when not there yet
+  // (make it before the agent mounts them, or after: the entities are the same).
+  static HostRecords recordsIn(Platform::StateDb& db, const std::string& netNsName = "default");
+
   HostSources(Platform::Scheduler& scheduler, HostRecords records, Options options);
   HostSources(Platform::Scheduler& scheduler, HostRecords records) : HostSources(scheduler, std::move(records), Options{}) {}
   ~HostSources();

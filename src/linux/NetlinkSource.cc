@@ -10,6 +10,8 @@
 #include <netlink/socket.h>
 #include <sys/socket.h>
 
+#include <time.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -161,7 +163,16 @@ void NetlinkSource::dumpDone(bool complete) {
   if (onDumpComplete_) onDumpComplete_();
 }
 
+namespace {
+double threadCpuNow() {
+  timespec ts{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+}  // namespace
+
 void NetlinkSource::handleReadable() {
+  const double cpuBegin = threadCpuNow();
   const int fd = nl_socket_get_fd(sock_);
   for (int i = 0; i < options_.maxDatagramsPerCall; ++i) {
     const ssize_t n = recv(fd, buffer_.data(), buffer_.size(), MSG_DONTWAIT | MSG_TRUNC);
@@ -186,6 +197,7 @@ void NetlinkSource::handleReadable() {
     handleDatagram(buffer_.data(), static_cast<size_t>(n));
   }
   state_.flush();
+  counters_.cpuSeconds += threadCpuNow() - cpuBegin;
 }
 
 void NetlinkSource::handleDatagram(const uint8_t* data, size_t len) {

@@ -33,6 +33,7 @@ class NetlinkSource {
     uint64_t invalidMessages = 0; // messages libnl could not parse
     uint64_t dumps = 0;           // dump requests sent
     uint64_t recvErrors = 0;      // failed reads other than lost notifications
+    double cpuSeconds = 0;        // thread CPU spent reading and applying
   };
 
   NetlinkSource(Platform::Scheduler& scheduler, HostState& state, Options options);
