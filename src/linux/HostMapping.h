@@ -58,6 +58,9 @@
 // Ip6::IntfStatus.addr                    scope-global addresses, without tentative, Only addresses a peer can use for long
 //                                         dadfailed, deprecated or temporary ones
 // KernelNetInfo::Status.device            name -> ifindex and MAC of every link      Packet access's namespace check
+// Interface::DeviceIntfStatusDir          not written here: the agent's interface    One writer per record; packet access is
+//                                         status manager derives it from deviceName  bound to the ifindex and reopened only
+//                                         and ifIndex above                          when it changes (not on a MAC change)
 // System::NetStatus                       uname(): nodename, domainname ("(none)"    Checked every 2 s (no netlink event)
 //                                         is empty)
 // EntityMib::Status.value                 the configured text, else os-release       System Description TLV
