@@ -12,8 +12,17 @@
 #include <fstream>
 #include <functional>
 
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+
+#include "agent/LldpAgent.h"
 #include "linux/AsioScheduler.h"
 #include "linux/HostSources.h"
+#include "linux/RawSocketPam.h"
 #include "platform/Log.h"
 
 namespace {
@@ -220,6 +229,46 @@ TEST_F(HostNetnsTest, OverflowingBurstConvergesToTheKernelsState) {
   EXPECT_FALSE(ip->secondaryWithMaskHas(Arnet::IpAddrWithMask{*Arnet::IpAddr::parse("10.1.0.1"), 32}));
   std::printf("[ figures  ] burst converged after %.1f ms, %llu resyncs\n", t * 1000,
               static_cast<unsigned long long>(sources->counters().netlinkResyncs));
+}
+
+// The whole agent on the host sources: a change in the kernel reaches the LLDPDUs a peer receives.
+TEST_F(HostNetnsTest, AgentAdvertisesWhatTheKernelSays) {
+  ASSERT_EQ(sh("ip link add uplink type veth peer name peer0 && ip link set uplink up && ip link set peer0 up"), 0);
+  Platform::StateDb db(s, "1");
+  sources = std::make_unique<Linux::HostSources>(s, Linux::HostSources::recordsIn(db));
+  std::string error;
+  ASSERT_TRUE(sources->start(error)) << error;
+  auto agent = Lldp::Agent::agentFactory("LldpAgent", db, [](Lldp::Agent::Protocol::Root& root) {
+    return std::make_unique<Linux::RawSocketPamManager>(root.desiredIntfDir(), root.pamCollection(),
+                                                        root.deviceIntfStatusDir(), root.scheduler());
+  });
+  agent->doInit();
+  ASSERT_LE(waitFor([&] { return sources->ready() && agent->running(); }, 5), 5);
+
+  // The peer listens with a plain packet socket.
+  const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, htons(0x88cc));
+  ASSERT_GE(fd, 0);
+  sockaddr_ll addr{};
+  addr.sll_family = AF_PACKET;
+  addr.sll_protocol = htons(0x88cc);
+  addr.sll_ifindex = static_cast<int>(if_nametoindex("peer0"));
+  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  auto heard = [&](const std::string& text) {
+    uint8_t frame[2048];
+    ssize_t n;
+    while ((n = recv(fd, frame, sizeof frame, 0)) > 0) {
+      if (std::search(frame, frame + n, text.begin(), text.end()) != frame + n) return true;
+    }
+    return false;
+  };
+  const double first = waitFor([&] { return heard("uplink"); }, 5);
+  EXPECT_LE(first, 5.0);  // txDelay after the engine came up, plus the start-up
+  ASSERT_EQ(sh("ip link set uplink alias 'to-the-spine'"), 0);
+  const double t = waitFor([&] { return heard("to-the-spine"); }, 4);
+  EXPECT_LE(t, 3.0);  // within a second to the records, then txDelay (2 s)
+  std::printf("[ figures  ] %-40s %.1f ms\n", "alias in the peer's LLDPDU", t * 1000);
+  close(fd);
+  agent->doCleanup();
 }
 
 }  // namespace
