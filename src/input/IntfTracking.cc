@@ -162,7 +162,11 @@ EthLagIntfStatusSm::EthLagIntfStatusSm(Interface::EthLagIntfStatus::Ptr ethLagIn
 
 EthLagIntfStatusSm::~EthLagIntfStatusSm() {
   const Konet::IntfId& lag = ethLagIntfStatus_->intfId();
-  while (const Lags::Ptr members = root_->lags(lag)) removeLagMember(members->lagId().begin().key(), lag, root_);
+  while (const Lags::Ptr members = root_->lags(lag)) {
+    // A copy: removing the member erases the key it would otherwise refer to.
+    const Konet::IntfId port = members->lagId().begin().key();
+    removeLagMember(port, lag, root_);
+  }
 }
 
 void EthLagIntfStatusSm::handleInitialized() {

@@ -133,7 +133,7 @@ TEST_F(NetnsTest, TaggedFramesArriveWithTheirTagSeparated) {
   } config;
   config.ethProtocolIs(3);
   std::string error;
-  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", config, s, nsB_, error);
+  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", 0, config, s, nsB_, error);
   ASSERT_TRUE(sender) << error;
   const uint8_t frame[] = {
       0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0xbb, 0x02,  // addresses

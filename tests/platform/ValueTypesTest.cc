@@ -120,6 +120,44 @@ TEST(IntfIdTest, KindTestsAndNaturalOrder) {
   EXPECT_EQ(IntfId().kind(), Kind::none);
 }
 
+TEST(IntfIdTest, NaturalOrderByNameOnly) {
+  EXPECT_LT(IntfId("eth2"), IntfId("eth10"));
+  EXPECT_LT(IntfId("Ethernet3/2"), IntfId("Ethernet3/10"));
+  EXPECT_LT(IntfId("Ethernet3"), IntfId("Ethernet3/1"));
+  EXPECT_LT(IntfId("Loopback0"), IntfId("Management1"));  // no longer by kind
+  EXPECT_NE(IntfId("eth01"), IntfId("eth1"));
+  EXPECT_NE(IntfId("eth01") <=> IntfId("eth1"), std::strong_ordering::equal);
+  EXPECT_EQ(IntfId("eth1") <=> IntfId("eth1"), std::strong_ordering::equal);
+  EXPECT_LT(IntfId("a"), IntfId("a0"));
+}
+
+TEST(IntfIdTest, PlatformDecidesTheKindAndNumbers) {
+  IntfId uplink("uplink");
+  EXPECT_EQ(uplink.kind(), Kind::other);
+  Konet::IntfPlatformTable::intfIs("uplink", IntfId::Numbering{Kind::ethernet, false, 0, 7, 0, 0});
+  EXPECT_TRUE(uplink.isEthernet());
+  EXPECT_EQ(uplink.port(), 7u);
+  // Out-of-band numbers are clamped when entered.
+  Konet::IntfPlatformTable::intfIs("uplink", IntfId::Numbering{Kind::management, false, 500, 50, 0, 0});
+  EXPECT_EQ(uplink.module(), IntfId::kMaxModule);
+  EXPECT_EQ(uplink.port(), IntfId::kMaxManagementPort);
+  Konet::IntfPlatformTable::intfDel("uplink");
+  EXPECT_EQ(uplink.kind(), Kind::other);
+  Konet::IntfPlatformTable::clear();
+}
+
+TEST(IntfIdTest, NumbersStayInTheirBands) {
+  EXPECT_EQ(IntfId("eth200").port(), IntfId::kMaxEthernetPort);  // Linux names are clamped
+  EXPECT_EQ(IntfId("mgmt20").port(), IntfId::kMaxManagementPort);
+  EXPECT_EQ(IntfId("enp300s0f40").module(), IntfId::kMaxModule);
+  EXPECT_EQ(IntfId("enp300s0f40").lane(), IntfId::kMaxLane);
+  EXPECT_EQ(IntfId("bond9000").number(), IntfId::kMaxPortChannel);
+  EXPECT_EQ(IntfId("vlan5000").kind(), Kind::other);  // no such VLAN
+  EXPECT_EQ(IntfId("Ethernet1/200").port(), 200u);  // switch names say exactly where
+  EXPECT_FALSE(IntfId::inBand(IntfId("Ethernet1/200").numbering()));
+  EXPECT_TRUE(IntfId::inBand(IntfId("Ethernet128/128/31").numbering()));
+}
+
 TEST(EthAddrTest, ParsesCommonFormsAndPrintsColons) {
   auto a = Konet::EthAddr::parse("00:1C:73:aa:bb:cc");
   ASSERT_TRUE(a);

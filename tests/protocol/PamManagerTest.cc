@@ -54,6 +54,11 @@ TEST_F(PamManagerTest, OpensDesiredInterfacesThatExistWhileEnabled) {
   const auto before = pams->intfPam(Konet::IntfId("eth1"));
   devices->deviceIntfIs("eth1", DeviceIntf{"eth1-renamed", 3, {}});
   EXPECT_NE(pams->intfPam(Konet::IntfId("eth1")), before);  // reopened on the new device
+  const auto renamed = pams->intfPam(Konet::IntfId("eth1"));
+  devices->deviceIntfIs("eth1", DeviceIntf{"eth1-renamed", 3, Konet::EthAddr(2, 0, 0, 0, 0, 1)});
+  EXPECT_EQ(pams->intfPam(Konet::IntfId("eth1")), renamed);  // a new MAC keeps the mechanism
+  devices->deviceIntfIs("eth1", DeviceIntf{"eth1-renamed", 9, Konet::EthAddr(2, 0, 0, 0, 0, 1)});
+  EXPECT_NE(pams->intfPam(Konet::IntfId("eth1")), renamed);  // made again: a new index
 
   devices->deviceIntfDel("eth2");
   EXPECT_FALSE(pams->intfPamHas("eth2"));
