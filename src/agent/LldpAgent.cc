@@ -10,14 +10,17 @@
 
 namespace Lldp::Agent {
 
-Platform::TraceFacility lldpAgentTrace("LldpAgent");
-
 Agent::Agent(std::string name, Platform::StateDb& stateDb, Protocol::PamManagerFactory pamManagerFactory,
              Options options)
     : name_(std::move(name)), stateDb_(stateDb), pamManagerFactory_(std::move(pamManagerFactory)),
       options_(std::move(options)) {}
 
-Agent::~Agent() { doCleanup(); }
+Agent::~Agent() {
+  doCleanup();
+  inputRoot_.reset();
+  intfStatusManagerSm_.reset();
+  protocolRoot_.reset();
+}
 
 std::unique_ptr<Agent> agentFactory(const std::string& name, Platform::StateDb& stateDb,
                                     Protocol::PamManagerFactory pamManagerFactory, Agent::Options options) {
@@ -160,12 +163,14 @@ void Agent::doMountsCompleteStep2() {
   inputRoot_->identityDot1xStatusSmIs(dot1xStatus_);
 
   // 3. The redundancy reactor; 4. the standby interface reactor; 5. packet access, last.
-  redundancyStatusSm_ = Platform::makeReactor<RedundancyStatusSm>(redundancyStatus_, this);
+  redundancyStatusSm_ = Platform::makeReactor<RedundancyStatusSm>(redundancyStatus_,
+                                                                     [this](bool standby) { standbyModeIs(standby); });
   inputRoot_->standbyEthIntfStatusDirSmIs(ethPhyIntfStatusDir_);
   protocolRoot_->onOffSwitchSmIs(cliConfig_, protocolRoot_->pamMan());
 
   // 6. Port statuses of an earlier run for interfaces no longer tracked.
   doCleanStaleLocalPortStatus();
+  running_ = true;
   handleStandbyMode();
 }
 
@@ -224,9 +229,7 @@ void Agent::doCleanup() {
   statusAccumulatorSm_.reset();
   redundancyStatusSm_.reset();
   standbyLldpStatusDirSm_.reset();
-  inputRoot_.reset();
-  intfStatusManagerSm_.reset();
-  protocolRoot_.reset();
+  running_ = false;
 }
 
 }  // namespace Lldp::Agent

@@ -66,7 +66,8 @@ class Agent {
   void standbyModeIs(bool standbyMode);
   void handleStandbyMode();
   bool mountsComplete() const { return mountsComplete_; }
-  bool running() const { return static_cast<bool>(inputRoot_); }
+  // Between the end of the second stage and shutdown.
+  bool running() const { return running_; }
 
   // Roots and agent-level reactors.
   Protocol::Root* protocolRoot() const { return protocolRoot_.get(); }
@@ -129,6 +130,7 @@ class Agent {
   Options options_;
   bool standbyMode_ = false;
   bool mountsComplete_ = false;
+  bool running_ = false;
 
   CliConfig::Ptr cliConfig_;
   RemTablesCliConfig::Ptr remTablesCliConfig_;

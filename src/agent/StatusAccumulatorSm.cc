@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <set>
 
-#include "agent/LldpAgent.h"
 #include "platform/Assert.h"
 
 namespace Lldp::Agent {
+
+Platform::TraceFacility lldpAgentTrace("LldpAgent");
 
 StatusAccumulatorSm::StatusAccumulatorSm(Status::Ptr lldpStatusLocal, Platform::Dir::Ptr lldpStatusDir,
                                          AllStatus::Ptr allStatus, std::string cellId)
@@ -183,14 +184,15 @@ void StandbyLldpStatusDirSm::handleLldpStatusDirSm(const std::string& name) {
   onReady_();
 }
 
-RedundancyStatusSm::RedundancyStatusSm(Redundancy::RedundancyStatus::PtrConst redundancyStatus, Agent* agent)
-    : redundancyStatus_(std::move(redundancyStatus)), agent_(agent) {
+RedundancyStatusSm::RedundancyStatusSm(Redundancy::RedundancyStatus::PtrConst redundancyStatus,
+                                       std::function<void(bool)> standbyModeIs)
+    : redundancyStatus_(std::move(redundancyStatus)), standbyModeIs_(std::move(standbyModeIs)) {
   watch<&RedundancyStatusSm::handleRedundancyStatus>(redundancyStatus_, Redundancy::RedundancyStatus::modeAttr);
 }
 
 void RedundancyStatusSm::handleRedundancyStatus() {
   TRACE(lldpAgentTrace, 8) << "RedundancyStatusSm::handleRedundancyStatus()";
-  agent_->standbyModeIs(standbyModeOf(redundancyStatus_->mode()));
+  standbyModeIs_(standbyModeOf(redundancyStatus_->mode()));
 }
 
 }  // namespace Lldp::Agent

@@ -15,8 +15,6 @@ namespace Lldp::Agent {
 
 extern Platform::TraceFacility lldpAgentTrace;
 
-class Agent;
-
 // Sums the table counters of the local and the peer cell into the accumulated status and lists
 // the port statuses of both.
 class StatusAccumulatorSm : public Platform::Reactor {
@@ -87,7 +85,8 @@ class StandbyLldpStatusDirSm : public Platform::Reactor {
 // Turns the supervisor's redundancy status into the agent's standby mode.
 class RedundancyStatusSm : public Platform::Reactor {
  public:
-  RedundancyStatusSm(Redundancy::RedundancyStatus::PtrConst redundancyStatus, Agent* agent);
+  // standbyModeIs is the agent's setter of its standby mode.
+  RedundancyStatusSm(Redundancy::RedundancyStatus::PtrConst redundancyStatus, std::function<void(bool)> standbyModeIs);
   void handleInitialized() override { handleRedundancyStatus(); }
   void handleRedundancyStatus();
   // The mapping documented with the redundancy record.
@@ -95,7 +94,7 @@ class RedundancyStatusSm : public Platform::Reactor {
 
  private:
   Redundancy::RedundancyStatus::PtrConst redundancyStatus_;
-  Agent* agent_;
+  std::function<void(bool)> standbyModeIs_;
 };
 
 }  // namespace Lldp::Agent
