@@ -14,8 +14,24 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/Log.h"
+
 namespace Linux {
 namespace {
+
+const Platform::LogHandle PAM_RECEIVE_FAILED(
+    {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
+     "Cannot wait for frames on interface %s: %s",
+     "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "
+     "neighbours there for now. It tries again every few seconds.",
+     "If the message repeats, disable and re-enable LLDP on the interface.", 60});
+
+const Platform::LogHandle PAM_SEND_FAILED(
+    {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
+     "Cannot send an LLDPDU on interface %s: %s",
+     "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
+     "buffers). The failure is counted on the port; the next transmission tries again.",
+     "If the message repeats while the interface is up, check the interface and its driver.", 60});
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -42,9 +58,10 @@ bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
   return ok;
 }
 
-bool configure(int fd, const std::string& device, const Interface::EthDevPamManager& config,
-               std::string& error) {
-  const unsigned ifIndex = if_nametoindex(device.c_str());
+bool configure(int fd, const std::string& device, int32_t knownIfIndex,
+               const Interface::EthDevPamManager& config, std::string& error) {
+  // Bound by index: a device made again under the same name is another socket's business.
+  const unsigned ifIndex = knownIfIndex > 0 ? static_cast<unsigned>(knownIfIndex) : if_nametoindex(device.c_str());
   if (!ifIndex) {
     error = systemError(("interface " + device).c_str());
     return false;
@@ -97,7 +114,7 @@ bool configure(int fd, const std::string& device, const Interface::EthDevPamMana
 }  // namespace
 
 Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
-                                              const Interface::EthDevPamManager& config,
+                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
                                               Platform::Scheduler& scheduler, const std::string& netNs,
                                               std::string& error) {
   int fd = -1;
@@ -108,35 +125,57 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
       error = systemError("socket");
       return false;
     }
-    return configure(fd, device, config, error);
+    return configure(fd, device, ifIndex, config, error);
   });
   if (!ok) {
     if (fd >= 0) ::close(fd);
     return nullptr;
   }
-  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd));
-  RawSocketPam* raw = pam.get();
+  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, scheduler));
   // Frames queued between socket() and the filter's attachment passed no filter: drop them.
   char byte;
   while (recv(fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
   }
-  pam->watch_ = scheduler.readableWatchIs(fd, [raw] {
-    // Nobody takes frames yet (no engine on the port): drop them rather than spin.
-    if (!raw->hasWatchers()) {
-      raw->discardOne();
-      return;
-    }
-    raw->readableCountInc();
-  });
+  pam->watchIs();
   return pam;
 }
+
+RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, Platform::Scheduler& scheduler)
+    : Pam(std::move(intfId)), fd_(fd), scheduler_(scheduler),
+      rewatchClock_(scheduler, [this] { watchIs(); }) {}
 
 RawSocketPam::~RawSocketPam() {
   watch_.reset();
   ::close(fd_);
 }
 
+void RawSocketPam::watchIs() {
+  watch_ = scheduler_.readableWatchIs(
+      fd_, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
+}
+
+void RawSocketPam::handleReadable() {
+  // The port engine takes one frame per notification; readiness comes back for the rest.
+  const uint64_t taken = rxTaken_;
+  if (hasWatchers()) readableCountInc();
+  if (rxTaken_ != taken) return;
+  // Nobody read (no engine on the port): drop what waits, or readiness would call at once again.
+  for (int i = 0; i < kMaxUnreadDrain; ++i) {
+    char byte;
+    if (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) < 0) return;
+    ++rxUnread_;
+  }
+}
+
+void RawSocketPam::handleWaitError(std::error_code error) {
+  ++rxWaitErrors_;
+  PAM_RECEIVE_FAILED.emit(intfId().name().c_str(), error.message().c_str());
+  watch_.reset();
+  rewatchClock_.timeMinIs(scheduler_.now() + kRewatchDelay);
+}
+
 Platform::PacketPtr RawSocketPam::rxPkt() {
+  ++rxTaken_;
   Platform::PacketPtr pkt = Platform::PacketPool::instance().alloc();
   if (!pkt) {
     discardOne();  // no buffer: drop it, or readiness would call again at once
@@ -179,7 +218,10 @@ void RawSocketPam::discardOne() {
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
   if (send(fd_, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
+    // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
+    const int error = errno;
     txErrorsInc();
+    PAM_SEND_FAILED.emit(intfId().name().c_str(), std::strerror(error));
     return;
   }
   txFramesInc();
@@ -189,7 +231,7 @@ Platform::Ptr<Konet::Pam> RawSocketPamManager::openPam(const Konet::IntfId& intf
                                                        const Interface::DeviceIntf& device,
                                                        std::string& error) {
   const std::string& name = device.deviceName.empty() ? intfId.name() : device.deviceName;
-  return RawSocketPam::open(intfId, name, *this, scheduler(), netNs_, error);
+  return RawSocketPam::open(intfId, name, device.ifIndex, *this, scheduler(), netNs_, error);
 }
 
 }  // namespace Linux
