@@ -20,7 +20,7 @@
 namespace Linux {
 namespace {
 
-const Platform::LogHandle NETLINK_READ_FAILED(
+const Platform::LogHandle<std::string_view> NETLINK_READ_FAILED(
     {"LLDP_NETLINK_READ_FAILED", Platform::Severity::error, "Cannot read kernel interface notifications: %s",
      "LLDP could not read the kernel's interface and address notifications; it reads the whole "
      "state again so that nothing is missed.",

@@ -19,19 +19,20 @@
 namespace Linux {
 namespace {
 
-const Platform::LogHandle PAM_RECEIVE_FAILED(
+const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED(
     {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
      "Cannot wait for frames on interface %s: %s",
      "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "
      "neighbours there for now. It tries again every few seconds.",
-     "If the message repeats, disable and re-enable LLDP on the interface.", 60});
+     "If the message repeats, disable and re-enable LLDP on the interface.", 60, {"INTERFACE", nullptr}});
 
-const Platform::LogHandle PAM_SEND_FAILED(
+const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
     {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
      "Cannot send an LLDPDU on interface %s: %s",
      "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
      "buffers). The failure is counted on the port; the next transmission tries again.",
-     "If the message repeats while the interface is up, check the interface and its driver.", 60});
+     "If the message repeats while the interface is up, check the interface and its driver.", 60,
+     {"INTERFACE", nullptr}});
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -169,7 +170,7 @@ void RawSocketPam::handleReadable() {
 
 void RawSocketPam::handleWaitError(std::error_code error) {
   ++rxWaitErrors_;
-  PAM_RECEIVE_FAILED.emit(intfId().name().c_str(), error.message().c_str());
+  PAM_RECEIVE_FAILED.emit(intfId().name(), error.message());
   watch_.reset();
   rewatchClock_.timeMinIs(scheduler_.now() + kRewatchDelay);
 }
@@ -221,7 +222,7 @@ void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
     // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
     const int error = errno;
     txErrorsInc();
-    PAM_SEND_FAILED.emit(intfId().name().c_str(), std::strerror(error));
+    PAM_SEND_FAILED.emit(intfId().name(), std::strerror(error));
     return;
   }
   txFramesInc();

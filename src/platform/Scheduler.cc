@@ -11,7 +11,7 @@ namespace Platform {
 
 namespace {
 
-const LogHandle FD_WAIT_FAILED(
+const LogHandle<int, std::string_view> FD_WAIT_FAILED(
     {"LLDP_EVENT_WAIT_FAILED", Severity::error, "Waiting for events on descriptor %d failed: %s",
      "The agent could not wait for events on one of its sockets, so it no longer handles what "
      "arrives there.",
@@ -43,7 +43,7 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::fdErrorLog(int fd, std::error_code error) {
-  FD_WAIT_FAILED.emit(fd, error.message().c_str());
+  FD_WAIT_FAILED.emit(fd, error.message());
 }
 
 void Scheduler::arm(Clock& clock, double time) {
