@@ -102,6 +102,11 @@ void LldpDaemon::doMountsComplete() {
   }
   // The agent's own references: the operator's records are the ones it mounted.
   cliConfig_ = agent_->cliConfig();
+  hostNetStatus_ = Platform::make<System::NetStatus>();
+  netStatusMirror_ = Platform::makeReactor<NetStatusMirror>(
+      hostNetStatus_,
+      stateDb_.lookup<System::NetStatus>(stateDb_.cellPath(Lldp::Agent::Agent::kNetStatusPath)));
+  netStatusMirror_->overrideIs(settings_.sysName);
   if (!options_.host) {
     doReady();
     return;
@@ -129,10 +134,7 @@ void LldpDaemon::doStartHost() {
       stateDb_.lookup<Redundancy::RedundancyStatus>(stateDb_.cellPath(A::kRedundancyStatusPath));
   records.cellInfoDir = agent_->cellInfoDir();
   records.cellId = options_.cellId;
-  hostNetStatus_ = Platform::make<System::NetStatus>();
   records.netStatus = hostNetStatus_;
-  netStatusMirror_ = Platform::makeReactor<NetStatusMirror>(
-      hostNetStatus_, stateDb_.lookup<System::NetStatus>(stateDb_.cellPath(A::kNetStatusPath)));
 
   host_ = std::make_unique<Linux::HostSources>(scheduler_, std::move(records));
   doApplyHostSettings(nullptr);
@@ -147,7 +149,7 @@ void LldpDaemon::doStartHost() {
 
 void LldpDaemon::doApplyHostSettings(const Settings* previous) {
   const Settings& s = settings_;
-  if (netStatusMirror_ && (!previous || previous->sysName != s.sysName)) netStatusMirror_->overrideIs(s.sysName);
+  if (netStatusMirror_ && previous && previous->sysName != s.sysName) netStatusMirror_->overrideIs(s.sysName);
   if (!host_) return;
   if (!previous || previous->includeIntfs != s.includeIntfs || previous->excludeIntfs != s.excludeIntfs) {
     host_->intfSelectionIs(Linux::IntfSelection(s.includeIntfs, s.excludeIntfs));

@@ -83,6 +83,8 @@ class LldpDaemon {
   Platform::StateDb& stateDb() { return stateDb_; }
   Lldp::Agent::Agent* agent() const { return agent_.get(); }
   Linux::HostSources* host() const { return host_.get(); }
+  // Where the host's names are written before the system-name override applies.
+  const System::NetStatus::Ptr& hostNetStatus() const { return hostNetStatus_; }
   Summary summary() const;
   // Seconds on the scheduler's clock since start().
   double uptime() const;
