@@ -41,6 +41,16 @@ uint64_t effectiveCapabilities() {
 }
 
 std::string dropPrivileges(const std::string& user) {
+  // The user first: an unknown one must fail before anything is given up.
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (!user.empty()) {
+    errno = 0;
+    const passwd* pw = getpwnam(user.c_str());
+    if (!pw) return "user '" + user + "' " + (errno ? std::strerror(errno) : "does not exist");
+    uid = pw->pw_uid;
+    gid = pw->pw_gid;
+  }
   uint64_t keep = 0;
   for (int cap : keptCapabilities()) keep |= uint64_t{1} << cap;
 
@@ -55,11 +65,6 @@ std::string dropPrivileges(const std::string& user) {
   }
 
   if (!user.empty()) {
-    errno = 0;
-    const passwd* pw = getpwnam(user.c_str());
-    if (!pw) return "user '" + user + "' " + (errno ? std::strerror(errno) : "does not exist");
-    const uid_t uid = pw->pw_uid;
-    const gid_t gid = pw->pw_gid;
     if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0) return systemError("PR_SET_KEEPCAPS");
     if (initgroups(user.c_str(), gid) != 0) return systemError("initgroups");
     if (setgid(gid) != 0) return systemError("setgid");
