@@ -218,6 +218,19 @@ TEST(ConfigTest, EveryKeyIsDocumentedWithItsRangeAndDefault) {
   }
   EXPECT_THAT(doc, HasSubstr("transmit-interval\n    Seconds between two periodic LLDPDUs on a port.\n"
                              "    Allowed: an integer 5-32768 (seconds). Default: 30."));
+
+  // The manual page lists the same keys with the same ranges.
+  std::ifstream in(std::string(LLDP_SOURCE_DIR) + "/packaging/lldp-agent.8");
+  std::string page((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  auto roff = [](std::string text) {
+    std::string out;
+    for (char c : text) out += c == '-' ? std::string("\\-") : std::string(1, c);
+    return out;
+  };
+  for (const ConfigKey& key : ConfigSchema::keys()) {
+    EXPECT_THAT(page, HasSubstr(roff(key.key))) << "regenerate the key list of packaging/lldp-agent.8";
+    EXPECT_THAT(page, HasSubstr(roff(ConfigSchema::allowed(key)))) << key.key;
+  }
 }
 
 // Counts notifications of one record, whatever the attribute.
