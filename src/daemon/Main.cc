@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "daemon/ControlSocket.h"
 #include "daemon/Daemon.h"
 #include "daemon/Privileges.h"
 #include "daemon/Version.h"
@@ -153,25 +154,33 @@ int main(int argc, char** argv) {
   Daemon::LldpDaemon daemon(scheduler, options, std::move(*load.settings));
   ServiceManager service(scheduler, daemon);
   int exitCode = 0;
+  std::unique_ptr<Daemon::ControlSocket> socket;
+#ifdef LLDP_HAVE_STATE_SOCKET
+  socket = Daemon::makeControlSocket(daemon, {cl.socketPath, cl.socketGroup});
+#endif
+  const auto fail = [&](const std::string& error) {
+    LLDP_AGENT_FAILED.emit(error);
+    std::cerr << "lldp-agent: " << error << "\n";
+    exitCode = 1;
+    scheduler.stop();
+  };
 
   daemon.readyIs([&] {
-    // The state socket listens here, once the agent and the host are complete.
+    // The socket listens once the agent and the host are complete, and is bound while the
+    // privileges to make it are still there.
+    std::string socketError;
+    if (socket && !socket->listen(socketError)) {
+      fail("state socket " + cl.socketPath + ": " + socketError);
+      return;
+    }
     if (std::string error = Daemon::dropPrivileges(cl.user); !error.empty()) {
-      LLDP_AGENT_FAILED.emit("dropping privileges: " + error);
-      std::cerr << "lldp-agent: dropping privileges: " << error << "\n";
-      exitCode = 1;
-      scheduler.stop();
+      fail("dropping privileges: " + error);
       return;
     }
     LLDP_AGENT_STARTED.emit(Daemon::kVersion, cl.configPath);
     service.ready();
   });
-  daemon.fatalIs([&](const std::string& error) {
-    LLDP_AGENT_FAILED.emit(error);
-    std::cerr << "lldp-agent: " << error << "\n";
-    exitCode = 1;
-    scheduler.stop();
-  });
+  daemon.fatalIs(fail);
   scheduler.signalHandlerIs({SIGHUP, SIGTERM, SIGINT}, [&](int signal) {
     if (signal == SIGHUP) {
       ServiceManager::reloading();
@@ -180,6 +189,7 @@ int main(int argc, char** argv) {
       return;
     }
     ServiceManager::stopping();
+    if (socket) socket->close();
     daemon.shutdown();
     LLDP_AGENT_STOPPED.emit(signal == SIGTERM ? "SIGTERM" : "SIGINT");
     scheduler.stop();
@@ -187,6 +197,7 @@ int main(int argc, char** argv) {
 
   daemon.start();
   scheduler.run();
+  if (socket) socket->close();
   daemon.shutdown();
   return exitCode;
 }
