@@ -8,8 +8,9 @@
 namespace Daemon {
 
 // The capabilities kept after start-up: CAP_NET_RAW opens a packet socket for each LLDP port,
-// including ports that appear later; CAP_NET_ADMIN sets socket priority 7 on it (above 6 needs
-// it). Netlink, the host name and the state socket already bound need none.
+// including ports that appear later. Those sockets send with priority 7: recent kernels (6.18
+// here) accept that with CAP_NET_RAW alone, older ones (Debian 12's 6.1) want CAP_NET_ADMIN, so
+// it is kept too. Netlink, the host name and the state socket already bound need none.
 std::vector<int> keptCapabilities();
 
 // Keeps only keptCapabilities() (effective, permitted and bounding sets; no inheritable or

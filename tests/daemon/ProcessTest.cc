@@ -152,6 +152,29 @@ TEST_F(ProcessTest, TwoAgentsLearnEachOtherKeepThemOnReloadAndStopInOrder) {
   EXPECT_THAT(readFile(file("a.log")), HasSubstr("LLDP agent stopped on SIGTERM"));
 }
 
+TEST_F(ProcessTest, AnAgentRunningAsAnotherUserStillOpensPortsThatAppearLater) {
+  if (!needRoot()) GTEST_SKIP() << "needs root and iproute2 to make network namespaces";
+  const std::string ns = "lldpU" + std::to_string(::getpid() % 100000);
+  namespaces_ = {ns};
+  ASSERT_TRUE(run("ip netns add " + ns + " && ip -n " + ns + " link add ua type veth peer name ub && ip -n " + ns +
+                  " link set ua up && ip -n " + ns + " link set ub up"));
+  std::ofstream(file("u.toml")) << "transmit-interval = 5\n";
+  pids_.push_back(spawn({"ip", "netns", "exec", ns, LLDP_AGENT_BINARY, "--config", file("u.toml"), "--log", "stderr",
+                         "--user", "nobody"},
+                        file("u.log")));
+  const auto learnt = [&] { return occurrences(readFile(file("u.log")), "LLDP_NEIGHBOR_NEW"); };
+  ASSERT_TRUE(eventually([&] { return learnt() == 2; }, 10s)) << readFile(file("u.log"));
+  ASSERT_TRUE(run("ip -n " + ns + " link add uc type veth peer name ud && ip -n " + ns + " link set uc up && ip -n " +
+                  ns + " link set ud up"));
+  EXPECT_TRUE(eventually([&] { return learnt() == 4; }, 10s)) << readFile(file("u.log"));
+  std::ifstream status("/proc/" + std::to_string(pids_.back()) + "/status");
+  std::string line, uid;
+  while (std::getline(status, line)) {
+    if (line.starts_with("Uid:")) uid = line;
+  }
+  EXPECT_THAT(uid, HasSubstr("65534"));
+}
+
 TEST_F(ProcessTest, AfterStartUpOnlyRawSocketsAndTheirPriorityRemain) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to give up privileges";
   const pid_t pid = fork();
