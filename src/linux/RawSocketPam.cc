@@ -24,7 +24,7 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED
      "Cannot wait for frames on interface %s: %s",
      "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "
      "neighbours there for now. It tries again every few seconds.",
-     "If the message repeats, disable and re-enable LLDP on the interface.", 60, {"INTERFACE"}});
+     "If the message repeats, disable and re-enable LLDP on the interface.", 60, {"INTERFACE", nullptr}});
 
 const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
     {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
@@ -32,7 +32,7 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
      "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
      "buffers). The failure is counted on the port; the next transmission tries again.",
      "If the message repeats while the interface is up, check the interface and its driver.", 60,
-     {"INTERFACE"}});
+     {"INTERFACE", nullptr}});
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
