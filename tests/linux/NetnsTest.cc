@@ -173,9 +173,9 @@ TEST_F(NetnsTest, FramesNobodyReadsAreDroppedWithoutSpinning) {
   } config;
   config.ethProtocolIs(3);  // every frame
   std::string error;
-  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", config, s, nsB_, error);
+  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", 0, config, s, nsB_, error);
   ASSERT_TRUE(sender) << error;
-  auto port = Linux::RawSocketPam::open("lldpa", "lldpa", config, s, nsA_, error);
+  auto port = Linux::RawSocketPam::open("lldpa", "lldpa", 0, config, s, nsA_, error);
   ASSERT_TRUE(port) << error;
   auto send = [&](int frames) {
     for (int i = 0; i < frames; ++i) {
