@@ -1,53 +1,60 @@
-// Asio binding of the scheduler: timers fire through one steady_timer set to the earliest
-// expiry; descriptor readiness uses non-owning stream descriptors.
+// Asio binding of the scheduler: clocks fire in passes through one steady_timer set to the
+// earliest expiry; descriptor readiness uses one non-owning stream descriptor per descriptor.
 #include "linux/AsioScheduler.h"
 
 #include <asio.hpp>
+#include <algorithm>
 #include <chrono>
+#include <map>
 
 namespace Linux {
+
+// One registration with the reactor per descriptor, shared by all its watches (a socket can
+// be watched for reading and writing at once).
+struct AsioScheduler::FdEntry {
+  FdEntry(asio::io_context& io, int f) : descriptor(io), fd(f) {}
+  asio::posix::stream_descriptor descriptor;
+  int fd;
+  size_t watches = 0;
+};
+
+// What a pending wait needs; completion handlers hold it, so the watch may die at any time.
+struct AsioScheduler::WatchState {
+  std::shared_ptr<FdEntry> entry;
+  FdReadiness readiness;
+  std::function<void()> onReady;
+  Platform::FdErrorHandler onError;
+  bool live = true;
+};
 
 struct AsioScheduler::Impl {
   asio::io_context io;
   asio::steady_timer timer{io};
-  std::unique_ptr<asio::signal_set> signals;
+  bool timerArmed = false;
   double armedFor = Platform::kNever;
+  uint64_t timerGeneration = 0;  // a completion of an older arming is stale
+  std::unique_ptr<asio::signal_set> signals;
+  std::function<void(int)> signalHandler;
+  std::map<int, std::shared_ptr<FdEntry>> fdEntries;
 };
 
-namespace {
-
-struct AsioFdWatch : Platform::FdWatch {
-  AsioFdWatch(asio::io_context& io, int fd, std::function<void()> cb, std::function<void()> begin,
-              std::function<void()> end)
-      : descriptor(io, fd), onReadable(std::move(cb)), beginEvent(std::move(begin)),
-        endEvent(std::move(end)), alive(std::make_shared<bool>(true)) {
-    wait();
-  }
+class AsioScheduler::AsioFdWatch : public Platform::FdWatch {
+ public:
+  AsioFdWatch(Impl& impl, std::shared_ptr<WatchState> state) : impl_(impl), state_(std::move(state)) {}
   ~AsioFdWatch() override {
-    *alive = false;
-    asio::error_code ignored;
-    descriptor.cancel(ignored);
-    descriptor.release();  // the descriptor belongs to its owner, not to us
+    state_->live = false;
+    FdEntry& entry = *state_->entry;
+    if (--entry.watches > 0) return;
+    // The last watch: leave the reactor now, so that the owner may close the descriptor and
+    // its number may be watched again. Pending waits complete as aborted and find us gone.
+    entry.descriptor.release();
+    impl_.fdEntries.erase(entry.fd);
   }
-  void wait() {
-    descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
-                          [this, alive = alive](const asio::error_code& ec) {
-                            if (!*alive || ec) return;
-                            beginEvent();
-                            onReadable();
-                            // The callback may have destroyed this watch.
-                            if (*alive) wait();
-                            endEvent();
-                          });
-  }
-  asio::posix::stream_descriptor descriptor;
-  std::function<void()> onReadable;
-  std::function<void()> beginEvent;
-  std::function<void()> endEvent;
-  std::shared_ptr<bool> alive;
-};
 
-}  // namespace
+ private:
+  Impl& impl_;
+  std::shared_ptr<WatchState> state_;
+};
 
 double AsioScheduler::monotonicNow() {
   using namespace std::chrono;
@@ -68,6 +75,8 @@ void AsioScheduler::endEvent() {
   if (rearmNeeded_) rearm();
 }
 
+void AsioScheduler::clockEventBegins() { nowIs(monotonicNow()); }
+
 void AsioScheduler::post(std::function<void()> fn) {
   asio::post(impl_->io, [this, fn = std::move(fn)] {
     beginEvent();
@@ -76,27 +85,77 @@ void AsioScheduler::post(std::function<void()> fn) {
   });
 }
 
-std::unique_ptr<Platform::FdWatch> AsioScheduler::readableWatchIs(int fd,
-                                                                  std::function<void()> cb) {
-  return std::make_unique<AsioFdWatch>(
-      impl_->io, fd, std::move(cb), [this] { beginEvent(); }, [this] { endEvent(); });
+std::unique_ptr<Platform::FdWatch> AsioScheduler::fdWatchIs(int fd, FdReadiness readiness,
+                                                            std::function<void()> onReady,
+                                                            Platform::FdErrorHandler onError) {
+  std::shared_ptr<FdEntry>& entry = impl_->fdEntries[fd];
+  asio::error_code error;
+  if (!entry) {
+    entry = std::make_shared<FdEntry>(impl_->io, fd);
+    entry->descriptor.assign(fd, error);
+  }
+  ++entry->watches;
+  auto state = std::make_shared<WatchState>(WatchState{entry, readiness, std::move(onReady), std::move(onError)});
+  auto watch = std::make_unique<AsioFdWatch>(*impl_, state);
+  if (!error) {
+    fdWait(state);
+    return watch;
+  }
+  // Not watchable (a closed descriptor, say): the owner hears it as an event, not as an
+  // exception out of its constructor.
+  asio::post(impl_->io, [this, state, error] {
+    if (!state->live) return;
+    state->live = false;
+    beginEvent();
+    if (state->onError) {
+      state->onError(error);
+    } else {
+      fdErrorLog(state->entry->fd, error);
+    }
+    endEvent();
+  });
+  return watch;
 }
 
-void AsioScheduler::signalHandlerIs(std::initializer_list<int> signals,
-                                    std::function<void(int)> handler) {
+void AsioScheduler::fdWait(const std::shared_ptr<WatchState>& state) {
+  const auto type = state->readiness == FdReadiness::readable ? asio::posix::stream_descriptor::wait_read
+                                                              : asio::posix::stream_descriptor::wait_write;
+  state->entry->descriptor.async_wait(type, [this, state](const asio::error_code& ec) {
+    if (!state->live) return;
+    beginEvent();
+    if (ec) {
+      // Waiting again would fail again at once: the watch ends and its owner decides.
+      state->live = false;
+      if (state->onError) {
+        state->onError(ec);
+      } else {
+        fdErrorLog(state->entry->fd, ec);
+      }
+    } else {
+      state->onReady();
+      // Waiting again re-reads the readiness, so what is left unread comes back on the next
+      // turn of the reactor, after the events already pending.
+      if (state->live) fdWait(state);
+    }
+    endEvent();
+  });
+}
+
+void AsioScheduler::signalHandlerIs(std::initializer_list<int> signals, std::function<void(int)> handler) {
   impl_->signals = std::make_unique<asio::signal_set>(impl_->io);
   for (int s : signals) impl_->signals->add(s);
-  auto wait = std::make_shared<std::function<void()>>();
-  *wait = [this, handler = std::move(handler), wait]() {
-    impl_->signals->async_wait([this, handler, wait](const asio::error_code& ec, int signal) {
-      if (ec) return;
-      beginEvent();
-      handler(signal);
-      endEvent();
-      (*wait)();
-    });
-  };
-  (*wait)();
+  impl_->signalHandler = std::move(handler);
+  signalWait();
+}
+
+void AsioScheduler::signalWait() {
+  impl_->signals->async_wait([this](const asio::error_code& ec, int signal) {
+    if (ec) return;
+    beginEvent();
+    impl_->signalHandler(signal);
+    endEvent();
+    signalWait();
+  });
 }
 
 void AsioScheduler::earliestExpiryChanged() {
@@ -107,24 +166,34 @@ void AsioScheduler::earliestExpiryChanged() {
 void AsioScheduler::rearm() {
   rearmNeeded_ = false;
   const double next = nextExpiry();
-  if (next == impl_->armedFor) return;
-  impl_->armedFor = next;
+  if (impl_->timerArmed && next == impl_->armedFor) return;
+  ++impl_->timerGeneration;
   if (next == Platform::kNever) {
+    impl_->timerArmed = false;
     impl_->timer.cancel();
     return;
   }
+  impl_->timerArmed = true;
+  impl_->armedFor = next;
   using namespace std::chrono;
-  const auto when = steady_clock::time_point(duration_cast<steady_clock::duration>(duration<double>(next)));
-  impl_->timer.expires_at(when);
-  impl_->timer.async_wait([this](const asio::error_code& ec) {
-    if (ec) return;
-    impl_->armedFor = Platform::kNever;
-    beginEvent();
-    // Fire everything due by now, one clock per pass so each sees its own event time.
-    while (fireNextDue(now(), false)) nowIs(monotonicNow());
-    rearmNeeded_ = true;
-    endEvent();
+  // Also keeps the conversion to the system clock's integer ticks in range.
+  const double at = std::clamp(next, 0.0, monotonicNow() + kTimerHorizon);
+  impl_->timer.expires_at(steady_clock::time_point(duration_cast<steady_clock::duration>(duration<double>(at))));
+  impl_->timer.async_wait([this, generation = impl_->timerGeneration](const asio::error_code& ec) {
+    if (ec || generation != impl_->timerGeneration) return;
+    handleTimer();
   });
+}
+
+void AsioScheduler::handleTimer() {
+  impl_->timerArmed = false;
+  beginEvent();
+  // A clock this pass arms for now goes to the next one: re-arming the timer for a time
+  // already past goes through the reactor, which hands out the descriptor events and signals
+  // already pending before expired timers.
+  passRun(now());
+  rearmNeeded_ = true;
+  endEvent();
 }
 
 size_t AsioScheduler::run() {

@@ -11,12 +11,14 @@ namespace Linux {
 
 class AsioScheduler : public Platform::Scheduler {
  public:
+  // Expiries further away than this wake the loop once this far ahead and are looked at again
+  // then: the system timer cannot represent every double, and a far clock is as good as never.
+  static constexpr double kTimerHorizon = 365.0 * 24 * 3600;
+
   AsioScheduler();
   ~AsioScheduler() override;
 
   void post(std::function<void()> fn) override;
-  std::unique_ptr<Platform::FdWatch> readableWatchIs(int fd,
-                                                     std::function<void()> onReadable) override;
   // Calls handler on the event thread when one of the signals arrives.
   void signalHandlerIs(std::initializer_list<int> signals, std::function<void(int)> handler);
 
@@ -28,12 +30,23 @@ class AsioScheduler : public Platform::Scheduler {
 
   static double monotonicNow();
 
+ protected:
+  std::unique_ptr<Platform::FdWatch> fdWatchIs(int fd, FdReadiness readiness, std::function<void()> onReady,
+                                               Platform::FdErrorHandler onError) override;
+
  private:
   struct Impl;
+  struct FdEntry;
+  struct WatchState;
+  class AsioFdWatch;
   void earliestExpiryChanged() override;
+  void clockEventBegins() override;
   void beginEvent();
   void endEvent();
   void rearm();
+  void handleTimer();
+  void fdWait(const std::shared_ptr<WatchState>& state);
+  void signalWait();
 
   std::unique_ptr<Impl> impl_;
   bool inEvent_ = false;

@@ -14,8 +14,17 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/Log.h"
+
 namespace Linux {
 namespace {
+
+const Platform::LogHandle PAM_RECEIVE_FAILED(
+    {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
+     "Cannot wait for frames on interface %s: %s",
+     "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "
+     "neighbours there for now. It tries again every few seconds.",
+     "If the message repeats, disable and re-enable LLDP on the interface.", 60});
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -114,29 +123,51 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
     if (fd >= 0) ::close(fd);
     return nullptr;
   }
-  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd));
-  RawSocketPam* raw = pam.get();
+  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, scheduler));
   // Frames queued between socket() and the filter's attachment passed no filter: drop them.
   char byte;
   while (recv(fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
   }
-  pam->watch_ = scheduler.readableWatchIs(fd, [raw] {
-    // Nobody takes frames yet (no engine on the port): drop them rather than spin.
-    if (!raw->hasWatchers()) {
-      raw->discardOne();
-      return;
-    }
-    raw->readableCountInc();
-  });
+  pam->watchIs();
   return pam;
 }
+
+RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, Platform::Scheduler& scheduler)
+    : Pam(std::move(intfId)), fd_(fd), scheduler_(scheduler),
+      rewatchClock_(scheduler, [this] { watchIs(); }) {}
 
 RawSocketPam::~RawSocketPam() {
   watch_.reset();
   ::close(fd_);
 }
 
+void RawSocketPam::watchIs() {
+  watch_ = scheduler_.readableWatchIs(
+      fd_, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
+}
+
+void RawSocketPam::handleReadable() {
+  // The port engine takes one frame per notification; readiness comes back for the rest.
+  const uint64_t taken = rxTaken_;
+  if (hasWatchers()) readableCountInc();
+  if (rxTaken_ != taken) return;
+  // Nobody read (no engine on the port): drop what waits, or readiness would call at once again.
+  for (int i = 0; i < kMaxUnreadDrain; ++i) {
+    char byte;
+    if (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) < 0) return;
+    ++rxUnread_;
+  }
+}
+
+void RawSocketPam::handleWaitError(std::error_code error) {
+  ++rxWaitErrors_;
+  PAM_RECEIVE_FAILED.emit(intfId().name().c_str(), error.message().c_str());
+  watch_.reset();
+  rewatchClock_.timeMinIs(scheduler_.now() + kRewatchDelay);
+}
+
 Platform::PacketPtr RawSocketPam::rxPkt() {
+  ++rxTaken_;
   Platform::PacketPtr pkt = Platform::PacketPool::instance().alloc();
   if (!pkt) {
     discardOne();  // no buffer: drop it, or readiness would call again at once

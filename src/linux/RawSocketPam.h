@@ -23,11 +23,29 @@ class RawSocketPam : public Konet::Pam {
   int fd() const { return fd_; }
   // Reads and drops the next frame.
   void discardOne();
+  // Frames dropped because nobody took them when they arrived.
+  uint64_t rxUnread() const { return rxUnread_; }
+  // Failed waits for frames (each is logged and the wait retried after a pause).
+  uint64_t rxWaitErrors() const { return rxWaitErrors_; }
+
+  // Frames a readable notification drops at most when nobody reads, so that a flood on a
+  // port without a reader cannot keep the event thread to itself.
+  static constexpr int kMaxUnreadDrain = 64;
+  static constexpr double kRewatchDelay = 5.0;
 
  private:
-  RawSocketPam(Konet::IntfId intfId, int fd) : Pam(std::move(intfId)), fd_(fd) {}
+  RawSocketPam(Konet::IntfId intfId, int fd, Platform::Scheduler& scheduler);
+  void watchIs();
+  void handleReadable();
+  void handleWaitError(std::error_code error);
+
   int fd_;
+  Platform::Scheduler& scheduler_;
   std::unique_ptr<Platform::FdWatch> watch_;
+  Platform::Clock rewatchClock_;
+  uint64_t rxTaken_ = 0;  // calls of rxPkt: a reader took its frame
+  uint64_t rxUnread_ = 0;
+  uint64_t rxWaitErrors_ = 0;
 };
 
 // Opens raw sockets for the desired interfaces; netNs names a namespace under /var/run/netns

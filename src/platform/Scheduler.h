@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <system_error>
 #include <vector>
 
 namespace Platform {
@@ -16,7 +17,8 @@ class Scheduler;
 inline constexpr double kNever = std::numeric_limits<double>::infinity();
 
 // A timer: fires its handler once the scheduler's time reaches timeMin (seconds on the
-// scheduler's monotonic time line). +infinity disarms. A fired clock is disarmed until re-armed.
+// scheduler's monotonic time line). +infinity and NaN disarm; a time in the past fires on the
+// next pass. A fired clock is disarmed until re-armed.
 class Clock {
  public:
   using Handler = std::function<void()>;
@@ -36,15 +38,21 @@ class Clock {
   Scheduler* scheduler_;
   Handler handler_;
   double timeMin_ = kNever;
+  // When a pass may fire it: timeMin, but never earlier than the pass that armed it.
+  double dueAt_ = kNever;
   uint64_t seq_ = 0;  // arming order; breaks ties between equal expiries
   size_t heapIndex_ = kNotArmed;
 };
 
-// Keep it alive to keep getting readiness calls for a descriptor.
+// Keep it alive to keep getting readiness calls for a descriptor. Destroying it stops them at
+// once, also from inside its own callback.
 class FdWatch {
  public:
   virtual ~FdWatch() = default;
 };
+
+// Why waiting on a descriptor failed; the watch delivers nothing after it.
+using FdErrorHandler = std::function<void(std::error_code)>;
 
 class Scheduler {
  public:
@@ -60,17 +68,38 @@ class Scheduler {
   // Runs fn later on the event thread, after the current event.
   virtual void post(std::function<void()> fn) = 0;
 
-  // Calls onReadable each time the descriptor has data to read, while the watch lives.
-  virtual std::unique_ptr<FdWatch> readableWatchIs(int fd, std::function<void()> onReadable) = 0;
+  // Calls onReadable each time the descriptor has data to read, while the watch lives. The
+  // callback should consume what it was woken for: readiness is reported again while it lasts.
+  // A failed wait goes to onError; without one, it is logged.
+  std::unique_ptr<FdWatch> readableWatchIs(int fd, std::function<void()> onReadable,
+                                           FdErrorHandler onError = {}) {
+    return fdWatchIs(fd, FdReadiness::readable, std::move(onReadable), std::move(onError));
+  }
+  // Calls onWritable each time the descriptor can take more data: create it when a write
+  // would block, destroy it once the backlog is written.
+  std::unique_ptr<FdWatch> writableWatchIs(int fd, std::function<void()> onWritable,
+                                           FdErrorHandler onError = {}) {
+    return fdWatchIs(fd, FdReadiness::writable, std::move(onWritable), std::move(onError));
+  }
 
   size_t armedClocks() const { return heap_.size(); }
-  double nextExpiry() const { return heap_.empty() ? kNever : heap_.front()->timeMin_; }
+  // When the next pass is due (+infinity with no clock armed).
+  double nextExpiry() const { return heap_.empty() ? kNever : heap_.front()->dueAt_; }
 
  protected:
+  enum class FdReadiness { readable, writable };
+  virtual std::unique_ptr<FdWatch> fdWatchIs(int fd, FdReadiness readiness, std::function<void()> onReady,
+                                             FdErrorHandler onError) = 0;
+  // What a watch without an error handler does with a failed wait.
+  static void fdErrorLog(int fd, std::error_code error);
+
   void nowIs(double time) { now_ = time; }
-  // Fires the earliest clock if it is due at or before `until`; moves the time forward to its
-  // expiry when advanceNow is set. Returns false when none was due.
-  bool fireNextDue(double until, bool advanceNow);
+  // One pass at `time`: fires, in expiry order, each clock that is due at `time` and was armed
+  // before the pass began. A clock armed during the pass for `time` or earlier waits for the
+  // next pass, so a clock that keeps re-arming itself for now cannot keep the thread to itself.
+  void passRun(double time);
+  // Called before each clock of a pass fires (the real scheduler reads its clock here).
+  virtual void clockEventBegins() {}
   // The earliest expiry may have moved (the real scheduler re-arms its one system timer).
   virtual void earliestExpiryChanged() {}
 
@@ -79,7 +108,7 @@ class Scheduler {
   void arm(Clock& clock, double time);
   void disarm(Clock& clock);
   bool before(const Clock* a, const Clock* b) const {
-    return a->timeMin_ < b->timeMin_ || (a->timeMin_ == b->timeMin_ && a->seq_ < b->seq_);
+    return a->dueAt_ < b->dueAt_ || (a->dueAt_ == b->dueAt_ && a->seq_ < b->seq_);
   }
   void place(Clock* clock, size_t index) {
     heap_[index] = clock;
@@ -91,33 +120,56 @@ class Scheduler {
 
   double now_ = 0;
   uint64_t nextSeq_ = 0;
+  bool inPass_ = false;
+  double passTime_ = 0;
+  uint64_t passSeq_ = 0;  // clocks armed from this sequence number on wait for the next pass
   std::vector<Clock*> heap_;
 };
 
 // Simulated time for tests and benchmarks: nothing happens until the test advances time, and
-// everything happens in a fixed order.
+// everything happens in a fixed order. Passes run at the expiry times of the clocks; posted
+// calls and simulated readiness run between passes.
 class VirtualScheduler : public Scheduler {
  public:
+  // Passes in a row that may run at one instant while clocks keep coming due at it: enough
+  // for a short chain of zero-delay steps (an interval equal to the delay) to keep exact times.
+  static constexpr int kPassesPerInstant = 2;
+  // Beyond those, each further pass costs this much virtual time, as a real pass costs real
+  // time, so a clock re-armed for now forever still lets time advance.
+  static constexpr double kBusyPassDelay = 1e-3;
+
   explicit VirtualScheduler(double start = 0);
+  ~VirtualScheduler() override;
 
   void post(std::function<void()> fn) override;
-  std::unique_ptr<FdWatch> readableWatchIs(int fd, std::function<void()> onReadable) override;
 
   // Runs posted calls and every clock due up to `time`, in time order, then sets the time.
   void runUntil(double time);
   void runFor(double seconds) { runUntil(now() + seconds); }
   // Runs posted calls and clocks already due, without moving time.
   void runPending() { runUntil(now()); }
-  // Makes the descriptor's watchers run (simulated packet access).
+  // Makes the descriptor's readable (or writable) watchers run (simulated packet access).
   void readableIs(int fd);
+  void writableIs(int fd);
+  // Makes waiting on the descriptor fail: its watchers get the error and then nothing more.
+  void fdErrorIs(int fd, std::error_code error);
   size_t pendingCalls() const { return posted_.size(); }
+  size_t passes() const { return passes_; }
+
+ protected:
+  std::unique_ptr<FdWatch> fdWatchIs(int fd, FdReadiness readiness, std::function<void()> onReady,
+                                     FdErrorHandler onError) override;
 
  private:
+  struct WatchState;
   struct VirtualFdWatch;
   void runPosted();
+  void readyIs(int fd, FdReadiness readiness);
 
   std::deque<std::function<void()>> posted_;
-  std::vector<VirtualFdWatch*> fdWatches_;
+  // Shared with the watches, which may outlive the scheduler or die inside their callbacks.
+  std::shared_ptr<std::vector<std::shared_ptr<WatchState>>> fdWatches_;
+  size_t passes_ = 0;
 };
 
 }  // namespace Platform

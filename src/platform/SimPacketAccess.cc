@@ -14,11 +14,12 @@ SimPam::SimPam(Konet::IntfId intfId, std::string endpoint, SimWire& wire, bool s
 SimPam::~SimPam() { wire_.detach(this); }
 
 PacketPtr SimPam::rxPkt() {
+  ++rxTaken_;
   if (queue_.empty()) return nullptr;
-  PacketPtr pkt = PacketPool::instance().alloc();
-  if (!pkt) return nullptr;
   std::vector<uint8_t> frame = std::move(queue_.front());
   queue_.pop_front();
+  PacketPtr pkt = PacketPool::instance().alloc();
+  if (!pkt) return nullptr;  // no buffer: the frame is lost, as on a socket
   // Like the kernel with auxiliary data: the first 802.1Q tag comes out of the frame.
   if (separateDot1QHdr_ && frame.size() >= 18 && frame[12] == 0x81 && frame[13] == 0x00) {
     pkt->dot1QHdrIs(Packet::Dot1QTag{0x8100, static_cast<uint16_t>(frame[14] << 8 | frame[15])});
@@ -38,7 +39,11 @@ void SimPam::txPkt(PacketPtr pkt) {
 
 void SimPam::deliver(const std::vector<uint8_t>& frame) {
   queue_.push_back(frame);
+  const uint64_t taken = rxTaken_;
   readableCountInc();
+  if (rxTaken_ != taken) return;
+  rxUnread_ += queue_.size();
+  queue_.clear();
 }
 
 void SimWire::link(const std::string& a, const std::string& b) {

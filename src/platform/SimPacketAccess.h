@@ -21,12 +21,17 @@ class SimPam : public Konet::Pam {
   PacketPtr rxPkt() override;
   void txPkt(PacketPtr pkt) override;
 
-  // A frame arrives from the wire.
+  // A frame arrives from the wire; like a socket without a reader, a port whose frames nobody
+  // takes drops them.
   void deliver(const std::vector<uint8_t>& frame);
   const std::string& endpoint() const { return endpoint_; }
+  size_t queued() const { return queue_.size(); }
+  uint64_t rxUnread() const { return rxUnread_; }
 
  private:
   std::string endpoint_;
+  uint64_t rxTaken_ = 0;
+  uint64_t rxUnread_ = 0;
   SimWire& wire_;
   bool separateDot1QHdr_;
   std::deque<std::vector<uint8_t>> queue_;

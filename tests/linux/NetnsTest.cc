@@ -12,6 +12,7 @@
 #include "linux/AsioScheduler.h"
 #include "linux/RawSocketPam.h"
 #include "platform/Log.h"
+#include "platform/Reactor.h"
 #include "protocol/LldpProtocolSm.h"
 
 namespace {
@@ -153,6 +154,54 @@ TEST_F(NetnsTest, TaggedFramesArriveWithTheirTagSeparated) {
   bool tagSeen = false;
   for (const auto& t : traces) tagSeen |= t.find("with VLAN ID 100") != std::string::npos;
   EXPECT_TRUE(tagSeen);
+}
+
+// Hears readable notifications but never takes a frame.
+struct LazyListener : Platform::Reactor {
+  explicit LazyListener(Platform::Ptr<Konet::Pam> pam) : pam_(std::move(pam)) {
+    watch<&LazyListener::handleReadableCount>(pam_, Konet::Pam::readableCountAttr);
+  }
+  void handleReadableCount() { ++notified; }
+  Platform::Ptr<Konet::Pam> pam_;
+  int notified = 0;
+};
+
+TEST_F(NetnsTest, FramesNobodyReadsAreDroppedWithoutSpinning) {
+  Linux::AsioScheduler s;
+  struct AllFrames : Interface::EthDevPamManager {
+    void handleEnabled() override {}
+  } config;
+  config.ethProtocolIs(3);  // every frame
+  std::string error;
+  auto sender = Linux::RawSocketPam::open("lldpb", "lldpb", config, s, nsB_, error);
+  ASSERT_TRUE(sender) << error;
+  auto port = Linux::RawSocketPam::open("lldpa", "lldpa", config, s, nsA_, error);
+  ASSERT_TRUE(port) << error;
+  auto send = [&](int frames) {
+    for (int i = 0; i < frames; ++i) {
+      auto pkt = Platform::PacketPool::instance().alloc();
+      uint8_t* f = pkt->append(60);
+      std::memset(f, 0, 60);
+      const uint8_t header[] = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0, 0, 0, 0xbb, 0x02, 0x88, 0xcc};
+      std::memcpy(f, header, sizeof header);
+      sender->txPkt(std::move(pkt));
+    }
+  };
+
+  send(10);  // no watcher at all
+  size_t events = s.runFor(0.3);
+  EXPECT_GE(port->rxUnread(), 10u);
+  EXPECT_LT(events, 100u);
+
+  auto lazy = Platform::makeReactor<LazyListener>(port);
+  const uint64_t before = port->rxUnread();
+  send(10);  // a watcher that does not read
+  events = s.runFor(0.3);
+  EXPECT_GE(port->rxUnread() - before, 10u);
+  EXPECT_GE(lazy->notified, 1);
+  EXPECT_LE(lazy->notified, 10 + 10);
+  EXPECT_LT(events, 100u);
+  EXPECT_EQ(port->rxFrames(), 0u);
 }
 
 }  // namespace
