@@ -64,7 +64,7 @@ struct Remote {
   double now = 0;
 
   Remote() {
-    Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+    Platform::logSinkIs([](const Platform::LogRecord&) {});
     portConfig->maxRemoteSystemsIs(1u << 30);
   }
   bool receive(const std::vector<uint8_t>& frame) {

@@ -39,7 +39,7 @@ std::vector<uint8_t> neighbourFrame(int port, int neighbour) {
 }
 
 void BM_ScaleOneSimulatedHour(benchmark::State& state) {
-  Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
   for (auto _ : state) {
     Platform::VirtualScheduler s{0};
     Platform::SimWire wire{s};

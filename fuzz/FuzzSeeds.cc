@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s DIR\n", argv[0]);
     return 2;
   }
-  Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
   const std::string dir = argv[1];
   int n = 0;
   for (const char* text : kHandWritten) write(dir, "hand-" + std::to_string(n++), hex(text));

@@ -13,7 +13,7 @@ struct Port {
   Port() {
     Platform::traceSinkIs([](const Platform::TraceFacility&, int, std::string_view) {});
     Platform::traceLevelsIs("*/9");
-    Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+    Platform::logSinkIs([](const Platform::LogRecord&) {});
     reset();
   }
   void reset() {

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
   libasio-dev libsnmp-dev libnl-3-dev libnl-route-3-dev
-  nlohmann-json3-dev libcli11-dev libtomlplusplus-dev libpcap-dev
+  nlohmann-json3-dev libcli11-dev libtomlplusplus-dev libpcap-dev libsystemd-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   iproute2 tcpdump

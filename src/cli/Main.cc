@@ -35,7 +35,7 @@ int runDecode(const std::string& file, const std::optional<std::string>& hexText
     frames = std::move(*read);
   }
   // Neighbour messages belong to the agent's log, not to an offline decode.
-  Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
   const Cli::DecodeResult result = Cli::decodeFrames(frames);
   if (json) {
     std::cout << Platform::jsonText(Cli::decodeJson(result)) << "\n";

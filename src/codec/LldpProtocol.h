@@ -30,9 +30,11 @@ inline uint8_t* orgDefInfo() { return infoBuf + 4; }
 
 extern Platform::TraceFacility lldpProtocolTrace;
 
-extern const Platform::LogHandle LLDP_NEIGHBOR_NEW;
-extern const Platform::LogHandle LLDP_NEIGHBOR_TIMEOUT;
-extern const Platform::LogHandle LLDP_NEIGHBOR_GONE;
+// Chassis identifier, port identifier and interface, as texts.
+using NeighbourLogHandle = Platform::LogHandle<std::string_view, std::string_view, std::string_view>;
+extern const NeighbourLogHandle LLDP_NEIGHBOR_NEW;
+extern const NeighbourLogHandle LLDP_NEIGHBOR_TIMEOUT;
+extern const NeighbourLogHandle LLDP_NEIGHBOR_GONE;
 
 // Transmit framing: false (frame untouched, cursor unmoved) when the TLV does not fit.
 bool putTlv(uint8_t*& cursor, const uint8_t* end, int type, int infoLen, const uint8_t* info);

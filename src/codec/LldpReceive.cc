@@ -18,21 +18,22 @@ extern "C" {
 
 namespace Lldp {
 
-const Platform::LogHandle LLDP_NEIGHBOR_NEW(
+const NeighbourLogHandle LLDP_NEIGHBOR_NEW(
     {"LLDP_NEIGHBOR_NEW", Platform::Severity::notice,
      "LLDP neighbor with chassisId %s and portId %s added on interface %s",
-     "A new LLDP neighbor was added to the neighbor table.", Platform::kNoActionRequired, 0});
-const Platform::LogHandle LLDP_NEIGHBOR_TIMEOUT(
+     "A new LLDP neighbor was added to the neighbor table.", Platform::kNoActionRequired, 0,
+     {"CHASSIS_ID", "PORT_ID", "INTERFACE"}});
+const NeighbourLogHandle LLDP_NEIGHBOR_TIMEOUT(
     {"LLDP_NEIGHBOR_TIMEOUT", Platform::Severity::notice,
      "LLDP neighbor with chassisId %s and portId %s timed out on interface %s",
      "An LLDP neighbor was deleted from the neighbor table since it timed out.",
-     Platform::kNoActionRequired, 0});
-const Platform::LogHandle LLDP_NEIGHBOR_GONE(
+     Platform::kNoActionRequired, 0, {"CHASSIS_ID", "PORT_ID", "INTERFACE"}});
+const NeighbourLogHandle LLDP_NEIGHBOR_GONE(
     {"LLDP_NEIGHBOR_GONE", Platform::Severity::notice,
      "Received a shutdown frame from LLDP neighbor with chassisId %s and portId %s on interface %s",
      "An LLDP neighbor was deleted from the neighbor table since an LLDPDU with a TTL of 0 was "
      "received from that neighbor.",
-     Platform::kNoActionRequired, 0});
+     Platform::kNoActionRequired, 0, {"CHASSIS_ID", "PORT_ID", "INTERFACE"}});
 
 // How many TLVs of one (OUI, subtype) one frame has carried so far.
 struct UnknownOrgDefTlvCounter {
@@ -343,9 +344,8 @@ Msap msapOf(const FrameParse& frame) {
               {frame.portSubtype, PortId::clipped(frame.portId)}};
 }
 
-void logNeighbour(const Platform::LogHandle& handle, const Msap& msap, const PortStatus& portStatus) {
-  handle.emit(msap.chassisIdentifier.stringValue().c_str(), msap.portIdentifier.stringValue().c_str(),
-              portStatus.intfId().name().c_str());
+void logNeighbour(const NeighbourLogHandle& handle, const Msap& msap, const PortStatus& portStatus) {
+  handle.emit(msap.chassisIdentifier.stringValue(), msap.portIdentifier.stringValue(), portStatus.intfId().name());
 }
 
 void handleShutdown(const FrameParse& frame, Status& status, PortStatus& portStatus, double now) {

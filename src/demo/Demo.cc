@@ -45,8 +45,8 @@ int main(int argc, char** argv) {
 
   Platform::VirtualScheduler s;
   Platform::SimWire wire(s);
-  Platform::logSinkIs([&s](const Platform::LogMessage& m, std::string_view text) {
-    std::cout << "[t=" << s.now() << "s] %" << m.id << ": " << text << "\n";
+  Platform::logSinkIs([&s](const Platform::LogRecord& r) {
+    std::cout << "[t=" << s.now() << "s] %" << r.message.id << ": " << Platform::logLineText(r) << "\n";
   });
 
   Demo::StandaloneEngine spine(s, "spine-1", *Konet::EthAddr::parse("00:1c:73:00:00:01"), simulated(wire, "spine-1"));

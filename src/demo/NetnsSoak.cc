@@ -33,10 +33,10 @@ int main(int argc, char** argv) {
 
   Linux::AsioScheduler s;
   int flaps = 0;
-  Platform::logSinkIs([&](const Platform::LogMessage& m, std::string_view text) {
-    std::printf("[%.1f] %%%s: %.*s\n", s.now(), m.id, static_cast<int>(text.size()), text.data());
+  Platform::logSinkIs([&](const Platform::LogRecord& r) {
+    std::printf("[%.1f] %%%s: %s\n", s.now(), r.message.id, Platform::logLineText(r).c_str());
     std::fflush(stdout);
-    if (std::string_view(m.id) != "LLDP_NEIGHBOR_NEW") ++flaps;
+    if (std::string_view(r.message.id) != "LLDP_NEIGHBOR_NEW") ++flaps;
   });
   const auto macA = *Konet::EthAddr::parse("02:00:00:00:0a:01");
   const auto macB = *Konet::EthAddr::parse("02:00:00:00:0b:01");

@@ -3,13 +3,13 @@
 
 namespace Interface {
 
-const Platform::LogHandle PAM_OPEN_FAILED(
+const Platform::LogHandle<std::string_view, std::string_view> PAM_OPEN_FAILED(
     {"LLDP_PACKET_ACCESS_FAILED", Platform::Severity::error,
      "Cannot open packet access on interface %s: %s",
      "LLDP could not open or configure the raw socket of an interface, so it neither sends nor "
      "receives LLDPDUs there. It tries again every few seconds.",
      "Check that the interface exists and that the agent runs with the CAP_NET_RAW capability.",
-     60});
+     60, {"INTERFACE"}});
 
 PamManagerBase::PamManagerBase(Platform::Ptr<PamDesiredIntfDir> desired,
                                Platform::Ptr<EthDevPamCollection> pams,
@@ -38,7 +38,7 @@ void PamManagerBase::handleIntf(const Konet::IntfId& intfId) {
   std::string error;
   Platform::Ptr<Konet::Pam> pam = openPam(intfId, *device, error);
   if (!pam) {
-    PAM_OPEN_FAILED.emit(intfId.name().c_str(), error.c_str());
+    PAM_OPEN_FAILED.emit(intfId.name(), error);
     failed_.insert(intfId);
     if (!retryClock_.armed()) retryClock_.timeMinIs(scheduler_.now() + kRetryInterval);
     return;

@@ -12,7 +12,7 @@
 
 namespace Interface {
 
-extern const Platform::LogHandle PAM_OPEN_FAILED;
+extern const Platform::LogHandle<std::string_view, std::string_view> PAM_OPEN_FAILED;
 
 class PamManagerBase : public EthDevPamManager, public Platform::Reactor {
  public:

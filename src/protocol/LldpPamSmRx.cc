@@ -8,7 +8,7 @@
 
 namespace Lldp::Agent::Protocol {
 
-const Platform::LogHandle LLDP_RX_RATELIMIT(
+const Platform::LogHandle<std::string_view, uint64_t, double> LLDP_RX_RATELIMIT(
     {"LLDP_RX_RATELIMIT", Platform::Severity::warning,
      "Exceeded Rx LLDPDU rate limit on %s (more than %d LLDPDUs in %f seconds)",
      "The switch received too many LLDPDUs on a port in too short a period of time, so we "
@@ -16,7 +16,7 @@ const Platform::LogHandle LLDP_RX_RATELIMIT(
      "This could indicate a mis-configured neighbor, or a network loop.  Check the configuration "
      "of the neighbor connected to the interface and configure the LLDPDUs to be sent at a "
      "reasonable rate and ensure there are no network loops.",
-     60});
+     60, {"INTERFACE"}});
 
 namespace {
 
@@ -84,9 +84,7 @@ void LldpPamSm::handleReadableCount() {
 
   if (portConfig_->rxRateLimitingEnabled() && rxLldpdus_ > portConfig_->rxRateLimitMax()) {
     if (rxLldpdus_ == portConfig_->rxRateLimitMax() + 1) {
-      const uint64_t max = portConfig_->rxRateLimitMax();
-      LLDP_RX_RATELIMIT.emit(intfId_.name().c_str(), static_cast<int>(std::min<uint64_t>(max, INT32_MAX)),
-                             portConfig_->rxRateLimitPeriod());
+      LLDP_RX_RATELIMIT.emit(intfId_.name(), portConfig_->rxRateLimitMax(), portConfig_->rxRateLimitPeriod());
     }
     ++rxLldpdusRateLimited_;
     return;
@@ -126,8 +124,8 @@ void LldpPamSm::handleAgeClock() {
     portStatus_->rxAgeoutsTotalInc(1);
     status.remTablesAgeoutsInc(1);
     status.remTablesDeletesInc(1);
-    LLDP_NEIGHBOR_TIMEOUT.emit(msap.chassisIdentifier.stringValue().c_str(),
-                               msap.portIdentifier.stringValue().c_str(), intfId_.name().c_str());
+    LLDP_NEIGHBOR_TIMEOUT.emit(msap.chassisIdentifier.stringValue(), msap.portIdentifier.stringValue(),
+                               intfId_.name());
     status.remTablesLastChangeTimeIs(time);
   }
   TRACE(protocolSmTrace, 6) << "Setting ageClock to expire at " << next;

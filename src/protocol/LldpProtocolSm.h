@@ -21,7 +21,7 @@ class LldpPamSm;
 class LocalPortSm;
 
 extern Platform::TraceFacility protocolSmTrace;
-extern const Platform::LogHandle LLDP_RX_RATELIMIT;
+extern const Platform::LogHandle<std::string_view, uint64_t, double> LLDP_RX_RATELIMIT;
 
 // Makes the packet access manager; the agent picks Linux raw sockets, tests a simulated wire.
 using PamManagerFactory = std::function<std::unique_ptr<Interface::EthDevPamManager>(Root&)>;

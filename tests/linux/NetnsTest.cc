@@ -65,7 +65,7 @@ class NetnsTest : public ::testing::Test {
                 nsB_ + " address 02:00:00:00:0b:01") == 0 &&
              sh("ip -n " + nsA_ + " link set lldpa up") == 0 && sh("ip -n " + nsB_ + " link set lldpb up") == 0;
     if (!ready_) GTEST_SKIP() << "cannot create network namespaces and a veth pair here";
-    Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+    Platform::logSinkIs([](const Platform::LogRecord&) {});
   }
   void TearDown() override {
     if (!nsA_.empty()) sh("ip netns del " + nsA_);

@@ -1,9 +1,8 @@
-// Trace levels and sinks, the ring trace, the log catalogue, assertions and feature switches.
+// Trace levels and sinks, the ring trace, assertions and feature switches.
 #include <gtest/gtest.h>
 
 #include "platform/Assert.h"
 #include "platform/FeatureToggle.h"
-#include "platform/Log.h"
 #include "platform/Trace.h"
 
 namespace {
@@ -62,35 +61,6 @@ TEST(RingTraceTest, KeepsTheMostRecentInOrder) {
   EXPECT_EQ(entries.front(), "event 3");
   EXPECT_EQ(entries.back(), "event " + std::to_string(Platform::RingTrace::kCapacity + 2));
   ring.clear();
-}
-
-const Platform::LogHandle kTestLimited({"TEST_LIMITED", Platform::Severity::warning,
-                                        "limit on %s (%d in %f s)", "Explanation.", "Action.",
-                                        60});
-const Platform::LogHandle kTestPlain({"TEST_PLAIN", Platform::Severity::notice, "plain %s",
-                                      "Explanation.", Platform::kNoActionRequired, 0});
-
-TEST(LogTest, FormatsAndRateLimitsByTheLogClock) {
-  double now = 1000;
-  Platform::logClockIs([&] { return now; });
-  Platform::CapturingLogSink sink;
-  EXPECT_TRUE(kTestLimited.emit("Ethernet1", 5, 1.5));
-  now += 59.9;
-  EXPECT_FALSE(kTestLimited.emit("Ethernet1", 5, 1.5));
-  now += 0.1;
-  EXPECT_TRUE(kTestLimited.emit("Ethernet2", 6, 2.0));
-  EXPECT_TRUE(kTestPlain.emit("a"));
-  EXPECT_TRUE(kTestPlain.emit("b"));
-  ASSERT_EQ(sink.entries().size(), 4u);
-  EXPECT_EQ(sink.entries()[0].text, "limit on Ethernet1 (5 in 1.500000 s)");
-  EXPECT_EQ(sink.entries()[1].text, "limit on Ethernet2 (6 in 2.000000 s)");
-  EXPECT_EQ(sink.count("TEST_PLAIN"), 2u);
-  EXPECT_EQ(kTestLimited.suppressed(), 1u);
-  Platform::logClockIs(nullptr);
-
-  bool registered = false;
-  for (const auto* m : Platform::logCatalogue()) registered |= std::string(m->id) == "TEST_LIMITED";
-  EXPECT_TRUE(registered);
 }
 
 TEST(AssertTest, ReportsTheConditionAsWritten) {
