@@ -1,5 +1,6 @@
 // Records of the other agents that LLDP reads or writes: interfaces, bridging, routing, IP,
-// system, entity MIB, power, 802.1X, redundancy, cells and neighbour classification.
+// system, entity MIB, power, 802.1X, redundancy, cells, kernel network information and
+// neighbour classification. The values LLDP relies on are explained with each record.
 #pragma once
 
 #include <string>
@@ -12,6 +13,9 @@
 
 namespace Interface {
 
+// Link status of a physical port. LLDP uses two values: linkUp (a port is up only then) and
+// linkDown (the one value that removes a port's classified neighbours at once); unknown is
+// neither, so a port in an unknown state keeps its neighbours until the next classification pass.
 enum class LinkStatus : uint8_t { unknown = 0, linkDown = 1, linkUp = 2 };
 std::ostream& operator<<(std::ostream& os, LinkStatus s);
 
@@ -230,6 +234,11 @@ class Status : public Platform::Entity {
 }  // namespace Identity::Dot1x
 
 namespace Redundancy {
+// The supervisor's redundancy mode. The LLDP agent is in standby mode exactly when the mode is
+// standby: active, disabled (a single supervisor) and unknown (redundancy not yet decided, as
+// at start-up of a single-supervisor system) all run the agent as the active supervisor, so a
+// switch without a redundancy agent still runs LLDP. The agent reads it from the per-cell path
+// "redundancy/status".
 enum class RedundancyMode : uint8_t { unknown = 0, active = 1, standby = 2, disabled = 3 };
 
 class RedundancyStatus : public Platform::Entity {
@@ -243,6 +252,10 @@ class RedundancyStatus : public Platform::Entity {
 }  // namespace Redundancy
 
 namespace Hardware {
+// One entry per cell (named by its cell id) in "hardware/cellInfo". The active supervisor keeps
+// one LLDP status entry per supervisor cell in "l2discovery/lldp/status/local": a supervisor
+// cell gets an entry, a line card is skipped (it runs no LLDP agent), and a cell that leaves the
+// directory loses its entry, except the agent's own cell, whose entry it never removes.
 enum class CellType : uint8_t { unknown = 0, supervisor = 1, linecard = 2 };
 
 class CellInfo : public Platform::Entity {
@@ -255,8 +268,32 @@ class CellInfo : public Platform::Entity {
 };
 }  // namespace Hardware
 
+namespace KernelNetInfo {
+// The kernel's network information of one network namespace ("kni/ns/<name>/status"): the
+// devices by name with their interface index and address. Packet access opens a device only
+// when it is in the agent's namespace.
+struct Device {
+  int32_t ifIndex = 0;
+  Konet::EthAddr addr;
+  bool operator==(const Device&) const = default;
+};
+
+class Status : public Platform::Entity {
+#define KERNEL_NET_INFO_STATUS_ATTRS(X)        \
+  X(Meta, nsName, std::string, {})             \
+  X(Coll, device, std::string, ::KernelNetInfo::Device)
+  PLATFORM_RECORD(Status, KERNEL_NET_INFO_STATUS_ATTRS)
+ public:
+  Status() = default;
+  explicit Status(std::string nsName) : nsName_(std::move(nsName)) {}
+};
+}  // namespace KernelNetInfo
+
 namespace Identity::NbrClassification {
 
+// 0 means not classified; LLDP writes phone (1) for a neighbour that advertises the telephone
+// capability as supported, and no other value. A Neighbor carries the MAC address (the key),
+// the interface, the classification and the description "Chassis ID <chassis id>".
 enum class Classification : uint8_t { unclassified = 0, phone = 1 };
 const char* toString(Classification c);
 

@@ -311,7 +311,7 @@ struct RemTablesClearRequest {
 };
 
 class RemTablesCliConfig : public Platform::Entity {
-#define LLDP_REM_TABLES_CLI_CONFIG_ATTRS(X) X(Attr, clearRequest, RemTablesClearRequest, {})
+#define LLDP_REM_TABLES_CLI_CONFIG_ATTRS(X) X(Attr, remTablesClearRequest, RemTablesClearRequest, {})
   PLATFORM_RECORD(RemTablesCliConfig, LLDP_REM_TABLES_CLI_CONFIG_ATTRS)
  public:
   RemTablesCliConfig() = default;

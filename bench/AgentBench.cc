@@ -1,0 +1,146 @@
+// The whole agent at scale in virtual time: start-up with 1,000 Ethernet ports, 100 VLAN
+// interfaces with addresses and 50 LAGs until every port has sent its first LLDPDU; then one
+// global change (the host name) reaching every port engine, and one port change (a
+// description). The CPU column is what the targets are about.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <string>
+
+#include "agent/LldpAgent.h"
+#include "platform/Log.h"
+#include "platform/SimPacketAccess.h"
+#include "platform/StateDb.h"
+
+namespace {
+
+constexpr int kPorts = 1000;
+constexpr int kVlans = 100;
+constexpr int kLags = 50;
+constexpr int kMembersPerLag = 4;
+
+std::string portName(int p) { return "Ethernet" + std::to_string(p / 48 + 1) + "/" + std::to_string(p % 48 + 1); }
+
+// A switch's records as the other agents publish them, and the agent on top.
+struct Switch {
+  Platform::VirtualScheduler scheduler{0};
+  Platform::SimWire wire{scheduler};
+  Platform::StateDb db{scheduler, "1"};
+  std::unique_ptr<Lldp::Agent::Agent> agent;
+  System::NetStatus::Ptr netStatus;
+  Interface::AllEthPhyIntfConfigDir::Ptr phyConfigDir;
+
+  Switch() {
+    wire.recordIs(false);
+    db.entityIs<Bridging::Config>("bridging/config")->bridgeMacAddrIs(Konet::EthAddr(0, 0x1c, 0x73, 1, 2, 3));
+    netStatus = db.entityIs<System::NetStatus>(db.cellPath("sys/net/status"));
+    netStatus->hostnameIs("leaf1");
+    netStatus->domainNameIs("example.net");
+    db.entityIs<EntityMib::Status>("hardware/entmib")->valueIs("Switch OS");
+    auto phyDir = db.entityIs<Interface::AllEthPhyIntfStatusDir>("interface/status/eth/phy/all");
+    phyConfigDir = db.entityIs<Interface::AllEthPhyIntfConfigDir>("interface/config/eth/phy/all");
+    auto intfStatusDir = db.entityIs<Interface::AllIntfStatusDir>("interface/status/all");
+    auto lagDir = db.entityIs<Interface::EthLagIntfStatusDir>("interface/status/eth/lag");
+    auto ipStatus = db.entityIs<Ip::Status>("ip/status");
+    for (int p = 0; p < kPorts; ++p) {
+      const std::string name = portName(p);
+      auto phy = phyDir->intfStatusIs(name);
+      phy->addrIs(Konet::EthAddr(0, 0x1c, 0x73, 2, static_cast<uint8_t>(p >> 8), static_cast<uint8_t>(p)));
+      phy->linkStatusIs(Interface::LinkStatus::linkUp);
+      phy->forwardingModelIs(Interface::ForwardingModel::bridged);
+      intfStatusDir->intfStatusIs(name)->ifIndexIs(p + 1);
+      phyConfigDir->intfConfigIs(name)->descriptionIs("server " + std::to_string(p));
+    }
+    for (int v = 1; v <= kVlans; ++v) {
+      const std::string name = "Vlan" + std::to_string(v);
+      intfStatusDir->intfStatusIs(name)->ifIndexIs(100000 + v);
+      Arnet::IpAddrWithMask addr{Arnet::IpAddr{(10u << 24) | (static_cast<uint32_t>(v) << 8) | 1u}, 24};
+      ipStatus->ipIntfStatusIs(name)->activeAddrWithMaskIs(addr);
+    }
+    for (int l = 1; l <= kLags; ++l) {
+      const std::string name = "Port-Channel" + std::to_string(l);
+      intfStatusDir->intfStatusIs(name)->ifIndexIs(200000 + l);
+      auto lag = lagDir->intfStatusIs(name);
+      for (int m = 0; m < kMembersPerLag; ++m) lag->memberIs(portName((l - 1) * kMembersPerLag + m), true);
+    }
+  }
+
+  void start() {
+    agent = Lldp::Agent::agentFactory("LldpAgent", db, [this](Lldp::Agent::Protocol::Root& r) {
+      return std::make_unique<Platform::SimPamManager>(r.desiredIntfDir(), r.pamCollection(),
+                                                       r.deviceIntfStatusDir(), r.scheduler(), wire, "dut");
+    });
+    agent->doInit();
+    scheduler.runPending();
+  }
+
+  // Runs virtual time until every port has sent; the number of ports that have.
+  int runUntilEveryPortSent() {
+    int sent = 0;
+    for (int step = 0; step < 100 && sent < kPorts; ++step) {
+      scheduler.runFor(0.25);
+      sent = 0;
+      for (const auto& [intf, ps] : agent->lldpStatusLocal()->portStatus()) sent += ps->txFramesTotal() > 0;
+    }
+    return sent;
+  }
+};
+
+void BM_AgentStartUpToFirstLldpduOnEveryPort(benchmark::State& state) {
+  Platform::logSinkIs([](const Platform::LogMessage&, std::string_view) {});
+  int sent = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto sw = std::make_unique<Switch>();
+    state.ResumeTiming();
+    sw->start();
+    sent = sw->runUntilEveryPortSent();
+    state.PauseTiming();
+    sw.reset();
+    state.ResumeTiming();
+  }
+  state.counters["ports_sent"] = sent;
+}
+BENCHMARK(BM_AgentStartUpToFirstLldpduOnEveryPort)->Iterations(3)->Unit(benchmark::kMillisecond);
+
+Switch& running() {
+  static std::unique_ptr<Switch> sw = [] {
+    auto s = std::make_unique<Switch>();
+    s->start();
+    s->runUntilEveryPortSent();
+    return s;
+  }();
+  return *sw;
+}
+
+void BM_AgentHostNameChange(benchmark::State& state) {
+  Switch& sw = running();
+  int i = 0;
+  for (auto _ : state) {
+    sw.netStatus->hostnameIs(++i % 2 ? "leaf2" : "leaf1");
+    sw.scheduler.runPending();
+  }
+  state.counters["engines"] = static_cast<double>(sw.agent->protocolRoot()->protocolSm()->lldpPamSms());
+  // Every engine sends the new name after its transmit delay.
+  const double before = sw.scheduler.now();
+  sw.scheduler.runFor(3);
+  int sent = 0;
+  for (const auto& [intf, ps] : sw.agent->lldpStatusLocal()->portStatus()) sent += ps->lastTxTime() > before;
+  state.counters["engines_sent"] = sent;
+}
+BENCHMARK(BM_AgentHostNameChange)->Unit(benchmark::kMicrosecond);
+
+void BM_AgentPortDescriptionChange(benchmark::State& state) {
+  Switch& sw = running();
+  auto config = sw.phyConfigDir->intfConfig(portName(500));
+  int i = 0;
+  for (auto _ : state) {
+    config->descriptionIs(++i % 2 ? "server 500 (moved)" : "server 500");
+    sw.scheduler.runPending();
+  }
+  const auto& localPort = sw.agent->localSystem()->localPort(portName(500));
+  state.counters["reached_local_port"] = localPort->portDesc().str() == config->description();
+}
+BENCHMARK(BM_AgentPortDescriptionChange)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -1,0 +1,67 @@
+// A whole agent in virtual time, started from its factory on a state database whose other
+// agents' records the test fills, with a peer switch (a standalone engine) on the simulated wire
+// that decodes what the agent sends.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/LldpAgent.h"
+#include "demo/StandaloneEngine.h"
+#include "platform/Log.h"
+#include "platform/SimPacketAccess.h"
+#include "platform/StateDb.h"
+#include "platform/Trace.h"
+
+namespace AgentTest {
+
+struct AgentFixture : ::testing::Test {
+  Platform::VirtualScheduler scheduler{0};
+  Platform::SimWire wire{scheduler};
+  Platform::StateDb db{scheduler, "1"};
+  std::unique_ptr<Demo::StandaloneEngine> peer;
+  std::unique_ptr<Lldp::Agent::Agent> agent;
+  std::vector<std::string> traces;
+  Platform::TraceSink previousSink;
+  Platform::CapturingLogSink logs;
+
+  // The other agents' records, at their paths before the agent mounts them.
+  Bridging::Config::Ptr bridging;
+  Bridging::HwCapabilities::Ptr hwCapabilities;
+  Routing::Config::Ptr routing;
+  System::NetStatus::Ptr netStatus;
+  EntityMib::Status::Ptr entMib;
+  Interface::AllEthPhyIntfStatusDir::Ptr phyDir;
+  Interface::AllEthPhyIntfConfigDir::Ptr phyConfigDir;
+  Interface::AllIntfStatusDir::Ptr intfStatusDir;
+  Interface::EthLagIntfStatusDir::Ptr lagDir;
+  Redundancy::RedundancyStatus::Ptr redundancy;
+  Platform::Dir::Ptr statusDir;
+  Platform::Dir::Ptr cellDir;
+
+  AgentFixture();
+  ~AgentFixture() override;
+
+  // A physical port of the switch (bridged, link up) whose far end is the peer's port of the
+  // same name.
+  void addPort(const std::string& intf, int32_t ifIndex);
+  // Starts the agent from its factory and runs its mounts.
+  void startAgent();
+  void stopAgent();
+
+  Lldp::CliConfig::Ptr cliConfig() const { return db.lookup<Lldp::CliConfig>("l2discovery/lldp/cliConfig"); }
+  Lldp::Status::Ptr localStatus() const { return db.lookup<Lldp::Status>("l2discovery/lldp/status/local/1"); }
+  Lldp::LocalSystem::Ptr localSystem() const { return db.lookup<Lldp::LocalSystem>("l2discovery/lldp/localSystem"); }
+  Lldp::Agent::Protocol::LldpPamSm* engine(const std::string& intf) const;
+  // What the peer learnt from the agent on one port (null before the first LLDPDU).
+  Lldp::RemoteSystem::Ptr heard(const std::string& intf) const;
+  size_t sentBy(const std::string& intf) const { return wire.sentBy("dut:" + intf).size(); }
+  bool traced(const std::string& text) const;
+  // Index of the first trace line containing text after line from; npos when none.
+  size_t tracedAt(const std::string& text, size_t from = 0) const;
+};
+
+}  // namespace AgentTest
