@@ -7,7 +7,7 @@
 
 namespace Lldp::Agent::Input {
 
-extern const Platform::LogHandle LLDP_REMOTE_TABLES_CLEARED;
+extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_REMOTE_TABLES_CLEARED;
 
 // One port's command-line entry: its admin status and network policies.
 class CliPortConfigSm : public Platform::Reactor {

@@ -19,7 +19,7 @@
 namespace Linux {
 namespace {
 
-const Platform::LogHandle PAM_RECEIVE_FAILED(
+const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED(
     {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
      "Cannot wait for frames on interface %s: %s",
      "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "

@@ -11,7 +11,7 @@ namespace Platform {
 
 namespace {
 
-const LogHandle FD_WAIT_FAILED(
+const LogHandle<int, std::string_view> FD_WAIT_FAILED(
     {"LLDP_EVENT_WAIT_FAILED", Severity::error, "Waiting for events on descriptor %d failed: %s",
      "The agent could not wait for events on one of its sockets, so it no longer handles what "
      "arrives there.",
