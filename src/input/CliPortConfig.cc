@@ -5,7 +5,7 @@
 
 namespace Lldp::Agent::Input {
 
-const Platform::LogHandle LLDP_REMOTE_TABLES_CLEARED(
+const Platform::LogHandle<std::string_view, std::string_view> LLDP_REMOTE_TABLES_CLEARED(
     {"LLDP_REMOTE_TABLES_CLEARED", Platform::Severity::notice, "LLDP neighbor table cleared by %s on %s",
      "An operator cleared the table of LLDP neighbors; the neighbors are learnt again from the LLDPDUs "
      "they send next.",
@@ -63,6 +63,7 @@ void RemTablesClearRequestSm::handleRemTablesClearRequest() {
   // The last clear time survives restarts, so each request is carried out once.
   if (!(request.time > remTablesStatus->remTablesLastClearTime())) return;
   for (auto it = root_->status()->portStatus().begin(); it; ++it) {
+    it.value()->remoteSystemDelReasonIs(RemoteSystemDelReason::cleared);
     it.value()->remoteSystemDelAll();
     it.value()->remoteSystemByMsapDelAll();
   }
