@@ -27,6 +27,8 @@ class IdentityDot1xStatusSm : public Platform::Reactor {
  public:
   IdentityDot1xStatusSm(Identity::Dot1x::Status::Ptr dot1xStatus, Root* root);
   const Identity::Dot1x::Status::Ptr& dot1xStatus() const { return dot1xStatus_; }
+  // Ports seen before this reactor existed were judged without the bypass.
+  void handleInitialized() override { handleLldpBypass(); }
   void handleLldpBypass();
 
  private:

@@ -211,6 +211,7 @@ void InputSm::handleBridgeMacAddr() {
     const ManagementAddress::Key old = root_->fallbackManagementAddressKey();
     localSystem->managementAddressDel(old);
     if (localSystem->managementAddressPrioHas(fallback) && localSystem->managementAddressPrio(fallback) == old) {
+      TRACE(inputSmTrace, 6) << "Deleting fallback management address";
       localSystem->managementAddressPrioDel(fallback);
     }
   }
@@ -218,7 +219,9 @@ void InputSm::handleBridgeMacAddr() {
   root_->fallbackManagementAddressKeyIs(key);
   root_->fallbackManagementAddressKeyPresentIs(true);
   localSystem->managementAddressIs(key, ManagementAddress(key, ifNumberingUnknown, 0));
-  if (localSystem->managementAddressPrio().empty()) localSystem->managementAddressPrioIs(fallback, key);
+  if (!localSystem->managementAddressPrio().empty()) return;
+  TRACE(inputSmTrace, 6) << "Adding fallback management address";
+  localSystem->managementAddressPrioIs(fallback, key);
 }
 
 void InputSm::handleBridgingMaxFrameSize() {

@@ -2,6 +2,7 @@
 // forwarding model; port identity, description, frame size, port VLAN and LAG data follow.
 #include "input/IntfTracking.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string_view>
 
@@ -17,7 +18,7 @@ Konet::IntfId portToLag(const Konet::IntfId& port, const Root* root) {
   return lags->lagId().begin().key();
 }
 
-void addLagMember(const Konet::IntfId& port, const Konet::IntfId& lag, Root* root) {
+void addLagMember(Konet::IntfId port, Konet::IntfId lag, Root* root) {
   TRACE(inputSmTrace, 8) << "addLagMember( " << port << ", " << lag << " )";
   const Konet::IntfId before = portToLag(port, root);
   root->portToLagsMapIs(port)->lagIdIs(lag, true);
@@ -27,7 +28,7 @@ void addLagMember(const Konet::IntfId& port, const Konet::IntfId& lag, Root* roo
   if (const PortConfig::Ptr& portConfig = root->config()->portConfig(port)) syncPortConfig(portConfig, root);
 }
 
-void removeLagMember(const Konet::IntfId& port, const Konet::IntfId& lag, Root* root) {
+void removeLagMember(Konet::IntfId port, Konet::IntfId lag, Root* root) {
   TRACE(inputSmTrace, 8) << "removeLagMember( " << port << ", " << lag << " )";
   const Konet::IntfId before = portToLag(port, root);
   if (const Lags::Ptr& lags = root->portToLagsMap(port)) {
@@ -59,7 +60,8 @@ void syncLinkAggregationInfo(const LocalPort::Ptr& localPort, const Root* root) 
     const LinkAggregationInfo& status = info;
     LLDP_ASSERT(status.aggCapable());
     info.status |= LinkAggregationInfo::kAggEnabled;
-    info.portId = static_cast<uint32_t>(ifIndexVal(lag, root));
+    // A LAG the interface-details provider has no index for yet reads as 0, not as -1.
+    info.portId = static_cast<uint32_t>(std::max(0, ifIndexVal(lag, root)));
   }
   localPort->linkAggregationInfoIs(info);
 }

@@ -384,10 +384,11 @@ void portAdminStatusIs(const PortConfig::Ptr& portConfig, AdminStatus adminStatu
                        const Bridging::Config::Ptr& bridgingConfig, const Root* root);
 void syncPortConfig(const PortConfig::Ptr& portConfig, Root* root);
 
-// Link aggregation (the LAG of a member port).
+// Link aggregation (the LAG of a member port). Members are taken by value: callers often pass
+// keys of the very maps these change.
 Konet::IntfId portToLag(const Konet::IntfId& port, const Root* root);
-void addLagMember(const Konet::IntfId& port, const Konet::IntfId& lag, Root* root);
-void removeLagMember(const Konet::IntfId& port, const Konet::IntfId& lag, Root* root);
+void addLagMember(Konet::IntfId port, Konet::IntfId lag, Root* root);
+void removeLagMember(Konet::IntfId port, Konet::IntfId lag, Root* root);
 void notifyPortLagChange(const Konet::IntfId& port, const Konet::IntfId& oldLag, const Konet::IntfId& newLag,
                          Root* root);
 void syncLinkAggregationInfo(const LocalPort::Ptr& localPort, const Root* root);

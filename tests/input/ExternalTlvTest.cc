@@ -1,0 +1,109 @@
+// External TLVs: clients' TLVs merged onto ports by key with the last-writer rule, withdrawn
+// exactly, and applied to ports that appear after they were configured.
+#include <string>
+#include <vector>
+
+#include "LocalInfoFixture.h"
+#include "input/ExternalTlv.h"
+
+namespace Lldp::Agent::Input {
+namespace {
+
+using Tlvs = std::vector<std::string>;
+
+struct ExternalTlvTest : LocalInfoFixture {
+  ExternalTlvTest() {
+    localSystem->localPortIs("Ethernet1");
+    localSystem->localPortIs("Ethernet2");
+    start();
+  }
+
+  static UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& value) {
+    return UnknownOrgDefTlv{UnknownOrgDefTlv::Key(Oui(0x001c73), subtype, 1), BoundedString507(value)};
+  }
+  ExternalTlvConfig::Ptr client(const std::string& name) {
+    auto record = Platform::make<ExternalTlvConfig>(name);
+    externalTlvs->entryIs(name, record);
+    return record;
+  }
+  static void put(const ExternalTlvConfig::Ptr& record, const char* intf, uint8_t subtype, const std::string& value) {
+    const UnknownOrgDefTlv t = tlv(subtype, value);
+    record->portConfigIs(intf)->unknownOrgDefTlvIs(t.key, t);
+  }
+  // The port's TLVs as "subtype=value", in key order.
+  Tlvs onPort(const char* intf) const {
+    Tlvs out;
+    const LocalPort::Ptr lp = localSystem->localPort(intf);
+    for (auto it = lp->unknownOrgDefTlv().begin(); it != lp->unknownOrgDefTlv().end(); ++it) {
+      out.push_back(std::to_string(it.key().subtype()) + "=" + it.value().value.str());
+    }
+    return out;
+  }
+};
+
+TEST_F(ExternalTlvTest, TwoClientsMergeByKeyAndTheLastWriterWins) {
+  ExternalTlvConfig::Ptr a = client("clientA");
+  put(a, "Ethernet1", 1, "a");
+  put(a, "Ethernet1", 2, "x");
+  put(a, "Ethernet2", 2, "x2");
+  ExternalTlvConfig::Ptr b = client("clientB");
+  put(b, "Ethernet1", 1, "b");
+  put(b, "Ethernet1", 3, "y");
+  EXPECT_EQ(onPort("Ethernet1"), (Tlvs{"1=b", "2=x", "3=y"}));
+  EXPECT_EQ(onPort("Ethernet2"), Tlvs{"2=x2"});
+
+  // A changed value is removed, then added: clientA writes last now.
+  traces.clear();
+  put(a, "Ethernet1", 1, "a2");
+  EXPECT_LT(tracedAt("ExternalTlvConfigSm::doRemoveTlv("), tracedAt("ExternalTlvConfigSm::doAddTlv("));
+  EXPECT_EQ(onPort("Ethernet1"), (Tlvs{"1=a2", "2=x", "3=y"}));
+
+  // The first client to withdraw a shared key removes it for both; its other keys go too.
+  externalTlvs->entryDel("clientB");
+  EXPECT_EQ(onPort("Ethernet1"), Tlvs{"2=x"});
+  EXPECT_EQ(onPort("Ethernet2"), Tlvs{"2=x2"});
+
+  a->portConfigDel("Ethernet1");
+  EXPECT_TRUE(onPort("Ethernet1").empty());
+  ExternalTlvConfigSm* sm = root->inputSm()->externalTlvConfigSm("clientA");
+  ASSERT_TRUE(sm);
+  EXPECT_FALSE(sm->tlvsByPort("Ethernet1"));
+  EXPECT_TRUE(sm->tlvsByPort("Ethernet2"));
+}
+
+TEST_F(ExternalTlvTest, TlvsForAPortThatAppearsLaterAreAppliedWhenItIsCreated) {
+  ExternalTlvConfig::Ptr a = client("clientA");
+  put(a, "Ethernet5", 4, "later");
+  put(a, "Ethernet5", 5, "too");
+  EXPECT_FALSE(localSystem->localPort("Ethernet5"));
+
+  localSystem->localPortIs("Ethernet5");  // as interface tracking creates a port
+  root->inputSm()->doSyncExternalTlvs("Ethernet5");
+  EXPECT_EQ(onPort("Ethernet5"), (Tlvs{"4=later", "5=too"}));
+
+  // The port goes and comes back: a new LocalPort gets them again.
+  localSystem->localPortDel("Ethernet5");
+  localSystem->localPortIs("Ethernet5");
+  root->inputSm()->doSyncExternalTlvs("Ethernet5");
+  EXPECT_EQ(onPort("Ethernet5"), (Tlvs{"4=later", "5=too"}));
+}
+
+TEST_F(ExternalTlvTest, ARecordReplacedUnderItsNameIsNotReusedButTakenAnew) {
+  ExternalTlvConfig::Ptr first = client("clientA");
+  put(first, "Ethernet1", 1, "old");
+  put(first, "Ethernet1", 2, "gone");
+  ExternalTlvConfig::Ptr second = client("clientA");
+  put(second, "Ethernet1", 1, "new");
+  EXPECT_LT(tracedAt("Reinstantiating the pointer interface where constructor parameter attribute "
+                     "_externalTlvConfig has a different value of "),
+            traces.size());
+  EXPECT_EQ(onPort("Ethernet1"), Tlvs{"1=new"});
+  put(first, "Ethernet1", 3, "ignored");  // the old record is no longer watched
+  EXPECT_EQ(onPort("Ethernet1"), Tlvs{"1=new"});
+
+  externalTlvs->entryIs("clientA", localSystem);  // not a client record: the client is gone
+  EXPECT_TRUE(onPort("Ethernet1").empty());
+}
+
+}  // namespace
+}  // namespace Lldp::Agent::Input

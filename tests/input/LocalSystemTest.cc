@@ -1,0 +1,216 @@
+// The global configuration and the local-system record: chassis id, names, capabilities,
+// timers, TLV selection and the management-address priorities.
+#include <stdexcept>
+
+#include "InputFixture.h"
+#include "platform/Assert.h"
+
+namespace InputTest {
+namespace {
+
+using LocalSystemTest = InputFixture;
+
+std::string bytes(const Konet::EthAddr& mac) { return std::string(reinterpret_cast<const char*>(mac.data()), 6); }
+
+Lldp::ManagementAddress::Key ipv4Key(uint8_t last) {
+  const uint8_t address[4] = {10, 0, 0, last};
+  return {Lldp::afIpv4, Lldp::ManAddress(address, 4)};
+}
+
+TEST_F(LocalSystemTest, ChassisNameDescriptionAndCapabilitiesReachTheWire) {
+  start();
+  addPhy("Ethernet1");
+  scheduler.runFor(5);
+  Lldp::RemoteSystem::PtrConst sent = lastSent("Ethernet1");
+  ASSERT_TRUE(sent);
+  EXPECT_EQ(sent->msap().chassisIdentifier.subtype, Lldp::chassisIdMacAddress);
+  EXPECT_EQ(sent->msap().chassisIdentifier.value.view(), bytes(bridgingConfig->bridgeMacAddr()));
+  EXPECT_EQ(sent->sysName(), "sw1.example.net");
+  EXPECT_EQ(sent->sysDesc(), "Test switch");
+  EXPECT_EQ(sent->sysCapSupported().value, 0x14);
+  EXPECT_EQ(sent->sysCapEnabled().value, 0x04);
+
+  // Routing toggles the router bit only.
+  routingConfig->routingIs(true);
+  EXPECT_EQ(localSystem->sysCapEnabled().value, 0x14);
+  routingConfig->routingIs(false);
+  EXPECT_EQ(localSystem->sysCapEnabled().value, 0x04);
+
+  // No trailing dot without a domain; long names and descriptions are cut at 255.
+  netStatus->domainNameIs("");
+  EXPECT_EQ(localSystem->sysName(), "sw1");
+  netStatus->hostnameIs(std::string(200, 'h'));
+  netStatus->domainNameIs(std::string(100, 'd'));
+  EXPECT_EQ(localSystem->sysName().str(), std::string(200, 'h') + "." + std::string(54, 'd'));
+  sysDescr->valueIs(std::string(300, 'x'));
+  EXPECT_EQ(localSystem->sysDesc().size(), 255u);
+
+  const Konet::EthAddr newMac(0x00, 0x1c, 0x73, 0xcc, 0xdd, 0x02);
+  bridgingConfig->bridgeMacAddrIs(newMac);
+  scheduler.runFor(5);
+  sent = lastSent("Ethernet1");
+  ASSERT_TRUE(sent);
+  EXPECT_EQ(sent->msap().chassisIdentifier.value.view(), bytes(newMac));
+  EXPECT_EQ(sent->sysName().size(), 255u);
+}
+
+TEST_F(LocalSystemTest, FallbackAddressFollowsTheBridgeMacAndYieldsToListedAddresses) {
+  start();
+  const Lldp::ManagementAddress::Key first{Lldp::afIeee802, Lldp::ManAddress(bridgingConfig->bridgeMacAddr().data(), 6)};
+  ASSERT_TRUE(inputRoot->fallbackManagementAddressKeyPresent());
+  EXPECT_EQ(inputRoot->fallbackManagementAddressKey(), first);
+  EXPECT_EQ(localSystem->managementAddress(first).ifSubtype(), Lldp::ifNumberingUnknown);
+  EXPECT_EQ(localSystem->managementAddressPrio(Input::fallbackManAddrPriority()), first);
+
+  // With an address listed, a new bridge MAC replaces the fallback address but does not list it.
+  Lldp::ManAddrPriority vlanPriority;
+  Input::intfNameToVlanIdAndManAddrPriority("Vlan10", nullptr, &vlanPriority);
+  localSystem->managementAddressPrioDel(Input::fallbackManAddrPriority());
+  localSystem->managementAddressPrioIs(vlanPriority, ipv4Key(1));
+  bridgingConfig->bridgeMacAddrIs(Konet::EthAddr(0, 0x1c, 0x73, 0, 0, 9));
+  const Lldp::ManagementAddress::Key second = inputRoot->fallbackManagementAddressKey();
+  EXPECT_NE(second, first);
+  EXPECT_FALSE(localSystem->managementAddressHas(first));
+  EXPECT_TRUE(localSystem->managementAddressHas(second));
+  EXPECT_FALSE(localSystem->managementAddressPrioHas(Input::fallbackManAddrPriority()));
+}
+
+TEST_F(LocalSystemTest, TimersAreCopiedAndTheTransmitDelayOnlyShrinks) {
+  start();
+  const std::pair<uint32_t, uint32_t> intervalToDelay[] = {{0, 0}, {1, 1}, {2, 2}, {30, 2}, {3600, 2}};
+  for (auto [interval, delay] : intervalToDelay) {
+    cliConfig->messageTxIntervalIs(interval);
+    EXPECT_EQ(config->messageTxInterval(), interval);
+    EXPECT_EQ(config->txDelay(), delay) << "interval " << interval;
+  }
+  cliConfig->messageTxHoldTimeIs(7u);
+  cliConfig->reinitDelayIs(9u);
+  cliConfig->rxTaggedPacketsDropIs(true);
+  EXPECT_EQ(config->messageTxHoldTime(), 7u);
+  EXPECT_EQ(config->reinitDelay(), 9u);
+  EXPECT_TRUE(config->rxTaggedPacketsDrop());
+  cliConfig->mgmtAddrVrfIs(Lldp::VrfName("mgmt"));
+  EXPECT_EQ(status->mgmtAddrVrf(), "mgmt");
+}
+
+TEST_F(LocalSystemTest, TlvSelectionSetsSingleBitsAndLeavesTheRest) {
+  cliConfig->sysNameTlvEnabledIs(false);
+  start();
+  addPhy("Ethernet1");
+  Lldp::PortConfig::Ptr pc = portConfig("Ethernet1");
+  ASSERT_TRUE(pc);
+  // A new port gets the selection at once.
+  EXPECT_EQ(pc->enabledTlvs().value, 0x0d);
+  EXPECT_EQ(pc->dot3EnabledTlvs().value, 0x0e);
+  EXPECT_EQ(pc->tiaEnabledTlvs().value, 0x02);
+  scheduler.runFor(5);
+  ASSERT_TRUE(lastSent("Ethernet1"));
+  EXPECT_TRUE(lastSent("Ethernet1")->sysName().empty());
+
+  // MAC/PHY status (dot3 bit 0) and the other MED bits belong to the port, not the selection.
+  pc->dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs{0x0f});
+  pc->tiaEnabledTlvsIs(Lldp::PortConfig::TiaEnabledTlvs{0x1f});
+  cliConfig->powerViaMdiTlvEnabledIs(false);
+  cliConfig->linkAggregationTlvEnabledIs(false);
+  cliConfig->maxFrameSizeTlvEnabledIs(false);
+  cliConfig->medNetworkPolicyTlvEnabledIs(false);
+  EXPECT_EQ(pc->dot3EnabledTlvs().value, 0x01);
+  EXPECT_EQ(pc->tiaEnabledTlvs().value, 0x1d);
+  cliConfig->portDescTlvEnabledIs(false);
+  cliConfig->sysDescTlvEnabledIs(false);
+  cliConfig->sysCapTlvEnabledIs(false);
+  cliConfig->sysNameTlvEnabledIs(true);
+  EXPECT_EQ(pc->enabledTlvs().value, 0x02);
+  cliConfig->mgmtAddrTlvEnabledIs(false);
+  cliConfig->portVlanIdTlvEnabledIs(false);
+  EXPECT_FALSE(pc->mgmtAddrTxEnable());
+  EXPECT_FALSE(pc->portVlanTxEnable());
+  cliConfig->medNetworkPolicyTlvEnabledIs(true);
+  cliConfig->powerViaMdiTlvEnabledIs(true);
+  EXPECT_EQ(pc->tiaEnabledTlvs().value, 0x1f);
+  EXPECT_EQ(pc->dot3EnabledTlvs().value, 0x03);
+}
+
+TEST_F(LocalSystemTest, NameDerivedPrioritiesFormDisjointBands) {
+  auto primary = [](const char* name, Bridging::VlanIdOrNone* vlan = nullptr) {
+    Lldp::ManAddrPriority p;
+    Input::intfNameToVlanIdAndManAddrPriority(name, vlan, &p);
+    EXPECT_EQ(p.secondaryPriority, 0u);
+    EXPECT_EQ(p.intfId, Konet::IntfId(name));
+    return p.primaryPriority;
+  };
+  EXPECT_EQ(primary("Loopback0"), 2u);
+  EXPECT_EQ(primary("Management1"), 2104u);
+  EXPECT_EQ(primary("Management1/2"), 2115u);
+  EXPECT_EQ(primary("Ethernet1"), 3394u);
+  EXPECT_EQ(primary("Ethernet2/3/4"), 3394u + 32 * (128 * 2 + 3 - 1) + 4);
+  EXPECT_EQ(primary("eth0"), 3394u);
+  EXPECT_EQ(primary("Port-Channel1"), 531780u);
+  Bridging::VlanIdOrNone vlan;
+  EXPECT_EQ(primary("Vlan1", &vlan), 533781u);
+  EXPECT_EQ(vlan.value(), 1);
+  vlan = Bridging::VlanIdOrNone(7);
+  primary("Ethernet1", &vlan);
+  EXPECT_EQ(vlan.value(), 0);  // not a VLAN interface
+  EXPECT_EQ(primary("Tunnel3"), 0u);
+
+  try {
+    primary("Vlan5000");
+    ADD_FAILURE() << "no range error";
+  } catch (const std::range_error& e) {
+    EXPECT_STREQ(e.what(), "VlanIdOrNone::value > 4094 not allowed");
+  }
+  const auto previous = Platform::assertHandlerIs(Platform::throwingAssertHandler);
+  auto assertion = [](const char* name) -> std::string {
+    try {
+      Lldp::ManAddrPriority p;
+      Input::intfNameToVlanIdAndManAddrPriority(name, nullptr, &p);
+    } catch (const Platform::AssertionFailure& failure) {
+      return failure.text;
+    }
+    return "";
+  };
+  EXPECT_EQ(assertion("Management129/1"), "slotId <= maxSlotId");
+  EXPECT_EQ(assertion("Management1/11"), "port <= mgmtIntfPerSlot");
+  EXPECT_EQ(assertion("Ethernet1/129"), "port <= phyIntfPerSlot");
+  EXPECT_EQ(assertion("Loopback2101"), "manAddrPriority->primaryPriority() < managementPriorityBase");
+  EXPECT_EQ(assertion("Port-Channel2001"), "manAddrPriority->primaryPriority() < vlanPriorityBase");
+  Platform::assertHandlerIs(previous);
+}
+
+TEST_F(LocalSystemTest, TransmitOptionMovesTheNamedInterfaceAddressToTheHead) {
+  start();
+  auto priorityOf = [](const char* name) {
+    Lldp::ManAddrPriority p;
+    Input::intfNameToVlanIdAndManAddrPriority(name, nullptr, &p);
+    return p;
+  };
+  const Lldp::ManagementAddress::Key a = ipv4Key(10), b = ipv4Key(20);
+  localSystem->managementAddressPrioIs(priorityOf("Vlan10"), a);
+  localSystem->managementAddressPrioIs(priorityOf("Vlan20"), b);
+  const Lldp::ManAddrPriority reserved = Input::reservedSourceIntfPriority();
+
+  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::all, {}});
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 4294967295u);
+
+  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::intfName, "Vlan20"});
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
+  EXPECT_EQ(localSystem->managementAddressPrio().begin().key(), reserved);
+  EXPECT_EQ(localSystem->managementAddressPrio(reserved), b);
+  EXPECT_FALSE(localSystem->managementAddressPrioHas(priorityOf("Vlan20")));
+  EXPECT_EQ(inputRoot->sourceIntfNamePriority(), priorityOf("Vlan20"));
+
+  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::intfName, "Vlan10"});
+  EXPECT_EQ(localSystem->managementAddressPrio(reserved), a);
+  EXPECT_EQ(localSystem->managementAddressPrio(priorityOf("Vlan20")), b);
+
+  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{});
+  EXPECT_FALSE(localSystem->managementAddressPrioHas(reserved));
+  EXPECT_EQ(localSystem->managementAddressPrio(priorityOf("Vlan10")), a);
+  EXPECT_EQ(inputRoot->sourceIntfNamePriority(), Lldp::ManAddrPriority{});
+  // The fallback address stays last throughout.
+  EXPECT_EQ(localSystem->managementAddressPrio().size(), 3u);
+}
+
+}  // namespace
+}  // namespace InputTest
