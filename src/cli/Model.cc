@@ -2,6 +2,7 @@
 // leave one out.
 #include "cli/Model.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -19,7 +20,9 @@ std::string text(const Json& j, const char* key) {
 
 uint64_t number(const Json& j, const char* key) {
   auto it = j.find(key);
-  return it != j.end() && it->is_number_unsigned() ? it->get<uint64_t>() : 0;
+  if (it == j.end() || !it->is_number_integer()) return 0;
+  if (it->is_number_unsigned()) return it->get<uint64_t>();
+  return static_cast<uint64_t>(std::max<int64_t>(it->get<int64_t>(), 0));
 }
 
 const Json& child(const Json& j, const char* key) {

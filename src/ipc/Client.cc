@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 
@@ -76,8 +77,7 @@ std::optional<std::string> Client::line(double timeout) {
     int waitMs = -1;
     if (timeout >= 0) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (left <= 0) return std::nullopt;
-      waitMs = static_cast<int>(left);
+      waitMs = static_cast<int>(std::max<int64_t>(left, 0));  // 0: look once without waiting
     }
     pollfd p{fd_, POLLIN, 0};
     const int ready = ::poll(&p, 1, waitMs);

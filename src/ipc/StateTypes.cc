@@ -43,14 +43,35 @@ Platform::AttrKind kindOf(const Entity& e, uint16_t attr) {
   return found;
 }
 
+// Hashed collections of pointers only index members that an entity collection owns.
+template <class M>
+constexpr bool isIndex(Platform::AttrKind kind) {
+  if constexpr (isColl<M>()) {
+    return kind == Platform::AttrKind::HashColl && Platform::paths::isEntityPtr<typename M::mapped_type>();
+  } else {
+    return false;
+  }
+}
+
+template <class T>
+bool indexOf(const Entity& e, uint16_t attr) {
+  bool found = false;
+  uint16_t index = 0;
+  static_cast<const T&>(e).visitAttrs([&](Platform::AttrKind kind, const char*, const auto& member) {
+    using M = std::remove_cvref_t<decltype(member)>;
+    if (index++ == attr) found = isIndex<M>(kind);
+  });
+  return found;
+}
+
 template <class T>
 bool memberOf(const Entity& e, uint16_t attr, const void* key, std::string& keyText, Ptr<Entity>& child,
               bool& holdsEntities) {
   bool found = false;
   uint16_t index = 0;
-  static_cast<const T&>(e).visitAttrs([&](Platform::AttrKind, const char*, const auto& member) {
+  static_cast<const T&>(e).visitAttrs([&](Platform::AttrKind kind, const char*, const auto& member) {
     using M = std::remove_cvref_t<decltype(member)>;
-    if (index++ != attr) return;
+    if (index++ != attr || isIndex<M>(kind)) return;
     if constexpr (isColl<M>()) {
       const auto& k = *static_cast<const typename M::key_type*>(key);
       found = true;
@@ -66,9 +87,10 @@ template <class T>
 void childrenOf(const Entity& e,
                 const std::function<void(uint16_t, const std::string&, const Ptr<Entity>&)>& fn) {
   uint16_t index = 0;
-  static_cast<const T&>(e).visitAttrs([&](Platform::AttrKind, const char*, const auto& member) {
+  static_cast<const T&>(e).visitAttrs([&](Platform::AttrKind kind, const char*, const auto& member) {
     using M = std::remove_cvref_t<decltype(member)>;
     const uint16_t attr = index++;
+    if (isIndex<M>(kind)) return;
     if constexpr (isColl<M>()) {
       if constexpr (Platform::paths::isEntityPtr<typename M::mapped_type>()) {
         for (const auto& [k, v] : member) {
@@ -97,7 +119,7 @@ template <class T>
 void add(Json (*json)(const Entity&) = &jsonOf<T>) {
   Platform::StateDb::typeIs<T>();
   registry().emplace(std::type_index(typeid(T)),
-                     TypeOps{json, &T::attrName, &kindOf<T>, &memberOf<T>, &childrenOf<T>});
+                     TypeOps{json, &T::attrName, &kindOf<T>, &memberOf<T>, &indexOf<T>, &childrenOf<T>});
 }
 
 }  // namespace

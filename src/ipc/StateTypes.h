@@ -18,10 +18,13 @@ struct TypeOps {
   const char* (*attrName)(uint16_t attr);
   Platform::AttrKind (*attrKind)(const Platform::Entity& e, uint16_t attr);
   // A collection notice: the member's key as text; child is the member when the collection
-  // holds entities and the member is still there. False when attr is no collection.
+  // holds entities and the member is still there. False when attr is no collection, or is a
+  // look-up index: a hashed collection of pointers to members held elsewhere.
   bool (*member)(const Platform::Entity& e, uint16_t attr, const void* key, std::string& keyText,
                  Platform::Ptr<Platform::Entity>& child, bool& holdsEntities);
-  // Every entity one level down: its collection attribute, key text and the entity.
+  // Whether attr is such a look-up index, whose notices say nothing new.
+  bool (*index)(const Platform::Entity& e, uint16_t attr);
+  // Every entity one level down (indexes left out): its collection attribute, key text and the entity.
   void (*children)(const Platform::Entity& e,
                    const std::function<void(uint16_t, const std::string&, const Platform::Ptr<Platform::Entity>&)>& fn);
 };

@@ -85,6 +85,7 @@ void Subscription::notified(void* context, uint16_t attr, const void* key, Chang
 
 void Subscription::memberChanged(Node& node, uint16_t attr, const void* key, ChangeKind kind) {
   const TypeOps* ops = typeOps(*node.entity);
+  if (ops->index(*node.entity, attr)) return;
   if (key) {
     std::string keyText;
     Ptr<Entity> child;

@@ -130,6 +130,7 @@ TEST_F(ServiceTest, NeighbourEventsCarryKindsReasonsAndSequenceNumbersInOneBatch
   EXPECT_EQ(session.changes()[0]["seq"], 3);
   session.sent.clear();
 
+  wire.unlink("peer:Ethernet2");
   phyDir->intfStatus("Ethernet2")->linkStatusIs(Interface::LinkStatus::linkDown);
   scheduler.runPending();
   EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:link down"}));
@@ -166,8 +167,23 @@ TEST_F(ServiceTest, ShutdownLldpduIsTheReason) {
   startAgent();
   scheduler.runFor(5);
   ASSERT_TRUE(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/status/all"}, {"types", {"RemoteSystem"}}})["ok"]);
-  peer->config->portConfig("Ethernet1")->adminStatusIs(Lldp::AdminStatus::rxOnly);
-  scheduler.runFor(5);
+  // The peer's last word: its MSAP with a time-to-live of 0.
+  const auto rs = localStatus()->portStatus("Ethernet1")->remoteSystem().begin().value();
+  std::vector<uint8_t> frame = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0x01, 0x01, 0x88, 0xcc};
+  auto tlv = [&](int type, uint8_t subtype, std::string_view value) {
+    const bool withSubtype = type == 1 || type == 2;
+    const size_t length = value.size() + (withSubtype ? 1 : 0);
+    frame.push_back(static_cast<uint8_t>(type << 1 | length >> 8));
+    frame.push_back(static_cast<uint8_t>(length));
+    if (withSubtype) frame.push_back(subtype);
+    frame.insert(frame.end(), value.begin(), value.end());
+  };
+  tlv(1, rs->msap().chassisIdentifier.subtype, rs->msap().chassisIdentifier.value.view());
+  tlv(2, rs->msap().portIdentifier.subtype, rs->msap().portIdentifier.value.view());
+  tlv(3, 0, std::string_view("\0\0", 2));
+  tlv(0, 0, "");
+  wire.inject("dut:Ethernet1", frame);
+  scheduler.runFor(1);
   EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:shutdown LLDPDU"}));
 }
 

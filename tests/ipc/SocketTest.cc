@@ -138,10 +138,10 @@ TEST_F(SocketTest, ASubscriberThatNeverReadsIsDisconnectedAndTheAgentGoesOn) {
   auto reply = ask(*other, "{\"op\":\"get\",\"path\":\"l2discovery/lldp/cliConfig\"}");
   ASSERT_TRUE(reply);
   EXPECT_EQ((*reply)["value"]["messageTxInterval"], interval - 1);
-  // The slow client finds the reason after its backlog.
-  std::string last;
-  while (auto m = slow->nextMessage(0.2)) last = m->dump();
-  EXPECT_THAT(last, testing::HasSubstr("output not read"));
+  // The slow client finds its backlog, then the end of the connection.
+  while (slow->nextMessage(0.2)) {
+  }
+  EXPECT_TRUE(slow->closed());
 }
 
 TEST_F(SocketTest, ConnectingWithoutAnAgentSaysSo) {
