@@ -19,6 +19,7 @@
 #include "ipc/Client.h"
 #include "ipc/Server.h"
 #include "linux/AsioScheduler.h"
+#include "platform/Log.h"
 
 namespace {
 
@@ -166,6 +167,8 @@ int latency(size_t frames) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Thousands of "neighbour added" messages are not what is measured.
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "serve" && argc == 5) return serve(argv[2], std::stoul(argv[3]), std::stoul(argv[4]));
   if (mode == "latency") return latency(argc > 2 ? std::stoul(argv[2]) : 1000);

@@ -31,7 +31,7 @@ std::optional<Json> call(Context& c, const Json& request) {
   return reply;
 }
 
-void printJson(Context& c, const Json& doc) { c.out << Platform::jsonText(doc) << "\n"; }
+void printJson(Context& c, const Json& doc) { c.out << Platform::jsonText(doc, c.pretty ? 2 : -1) << "\n"; }
 
 Json interfacesRequest(const char* op, const std::vector<std::string>& intfs) {
   Json request = {{"op", op}};

@@ -19,6 +19,7 @@ struct Context {
   std::ostream& out;
   std::ostream& err;
   bool json = false;
+  bool pretty = true;  // indented JSON, for a terminal; compact for pipes (tens of megabytes less)
 };
 
 int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail);

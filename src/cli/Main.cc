@@ -2,6 +2,8 @@
 // decodes captures and LLDPDU bytes offline.
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <iostream>
 #include <iterator>
 
@@ -154,7 +156,7 @@ int main(int argc, char** argv) {
   }
 
   Cli::SocketQuery agent(Cli::SocketQuery::socketPath(socketPath));
-  Cli::Context context{agent, std::cout, std::cerr, agentJson};
+  Cli::Context context{agent, std::cout, std::cerr, agentJson, ::isatty(STDOUT_FILENO) == 1};
   if (showNeighbors->parsed()) return Cli::showNeighbors(context, intfs, detail);
   if (showInterfaces->parsed()) return Cli::showInterfaces(context, intfs);
   if (showLocal->parsed()) return Cli::showLocal(context);

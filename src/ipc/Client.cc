@@ -68,11 +68,14 @@ std::optional<std::string> Client::line(double timeout) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::duration<double>(timeout < 0 ? 0 : timeout);
   for (;;) {
-    if (const size_t newline = in_.find('\n'); newline != std::string::npos) {
+    // Only the bytes not yet looked at: a reply of megabytes arrives in many reads.
+    if (const size_t newline = in_.find('\n', scanned_); newline != std::string::npos) {
       std::string out = in_.substr(0, newline);
       in_.erase(0, newline + 1);
+      scanned_ = 0;
       return out;
     }
+    scanned_ = in_.size();
     if (closed_ || fd_ < 0) return std::nullopt;
     int waitMs = -1;
     if (timeout >= 0) {

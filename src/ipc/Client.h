@@ -39,6 +39,7 @@ class Client {
   int fd_ = -1;
   uint64_t nextId_ = 1;
   std::string in_;
+  size_t scanned_ = 0;  // in_ holds no newline before this
   std::vector<Json> kept_;
   bool closed_ = false;
   Failure failure_ = Failure::none;

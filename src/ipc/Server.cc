@@ -47,8 +47,9 @@ class Server::Client : public Session {
 
   void send(const Json& message) override {
     if (closing_) return;
-    const std::string line = lineOf(message);
-    if (out_.size() - outOff_ + line.size() > server_.options_.maxOutputBytes) {
+    // A client is slow when what it was sent before is still waiting: one large reply to a
+    // client that reads is no reason to drop it.
+    if (out_.size() - outOff_ > server_.options_.maxOutputBytes) {
       ++server_.counters_.slowDisconnects;
       // A newline first ends any line cut short by a partial write.
       sendNow(fd_, "\n" + lineOf({{"v", kProtocolVersion},
@@ -58,7 +59,7 @@ class Server::Client : public Session {
       closeIs();
       return;
     }
-    out_ += line;
+    out_ += lineOf(message);
     if (!writeWatch_) flushOut();
   }
 

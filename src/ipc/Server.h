@@ -20,7 +20,8 @@ struct ServerOptions {
   unsigned mode = 0660;     // only the owner and the group may connect
   size_t maxClients = 64;
   size_t maxRequestBytes = 64 * 1024;
-  // Replies and events not yet taken by a client; beyond it the client is disconnected.
+  // Replies and events not yet taken by a client; a client with more than this waiting when
+  // the next message comes is disconnected.
   size_t maxOutputBytes = 8 * 1024 * 1024;
 };
 
