@@ -1,12 +1,15 @@
-// Writes the receive fuzzer's seed corpus: LLDPDUs from the builder for varied local systems,
-// frames of every TLV family, and malformed ones. Usage: lldp-fuzz-seeds DIR
+// Writes the receive fuzzers' seed corpora: LLDPDUs from the builder for varied local systems,
+// frames of every TLV family and malformed ones for the single-frame targets, and runs of those
+// frames from a few senders for the sequence target. Usage: lldp-fuzz-seeds FRAMEDIR SEQUENCEDIR
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "FuzzSequence.h"
 #include "codec/LldpProtocol.h"
 #include "data/Hex.h"
+#include "data/SampleFrames.h"
 #include "platform/Log.h"
 
 namespace {
@@ -76,11 +79,76 @@ std::vector<uint8_t> built(int variant) {
   return area;
 }
 
+// The frame with its TTL replaced (0 makes it a shutdown); unchanged when the third TLV is not
+// where a well-formed frame has it.
+std::vector<uint8_t> withTtl(std::vector<uint8_t> frame, uint16_t ttl) {
+  size_t at = 0;
+  for (int tlv = 0; tlv < 2 && at + 2 <= frame.size(); ++tlv) {
+    at += 2 + ((frame[at] & 1u) << 8 | frame[at + 1]);
+  }
+  if (at + 4 > frame.size() || frame[at] >> 1 != Lldp::kTlvTtl) return frame;
+  frame[at + 2] = static_cast<uint8_t>(ttl >> 8);
+  frame[at + 3] = static_cast<uint8_t>(ttl);
+  return frame;
+}
+
+// Runs that walk the table through its states: new neighbours up to the limit, a refused third,
+// byte-identical refreshes (also once or twice, and after a traced full parse), changed content,
+// shutdowns, expiry, and frames with errors refreshing a neighbour.
+std::vector<std::vector<uint8_t>> sequences() {
+  using Fuzz::seqAppend;
+  using Fuzz::seqControl;
+  const std::vector<uint8_t> phone = hex(SampleFrames::kPhone);
+  const std::vector<uint8_t> phoneShort = withTtl(phone, 20);
+  const std::vector<uint8_t> phoneGone = withTtl(phone, 0);
+  std::vector<std::vector<uint8_t>> out;
+
+  std::vector<uint8_t> s;
+  seqAppend(s, seqControl(1, 1), phone);
+  seqAppend(s, seqControl(2, 1), phoneShort);
+  seqAppend(s, seqControl(3, 1), phone);  // table full
+  seqAppend(s, seqControl(1, 1, false, true), phone);
+  seqAppend(s, seqControl(1, 1), phoneGone);
+  seqAppend(s, seqControl(3, 1), phone);
+  seqAppend(s, seqControl(2, 2), phoneShort);  // aged out before it arrives again
+  seqAppend(s, seqControl(2, 3), phone);
+  out.push_back(s);
+
+  s.clear();
+  seqAppend(s, seqControl(1, 1), phone);
+  seqAppend(s, seqControl(1, 1, true), phone);
+  seqAppend(s, seqControl(1, 1, false, true), phone);
+  seqAppend(s, seqControl(1, 0), built(3));
+  seqAppend(s, seqControl(1, 1, false, true), built(3));
+  out.push_back(s);
+
+  s.clear();
+  for (int v = 0; v < 12; ++v) {
+    seqAppend(s, seqControl(1 + v % 2, v % 3, false, v % 4 == 0), built(v));
+  }
+  out.push_back(s);
+
+  // Own chassis ids (sender 0) of the hand-written frames, each twice, errors included.
+  s.clear();
+  for (const char* text : kHandWritten) seqAppend(s, seqControl(0, 1, false, true), hex(text));
+  out.push_back(s);
+
+  s.clear();
+  for (const char* text : kHandWritten) {
+    const std::vector<uint8_t> frame = hex(text);
+    seqAppend(s, seqControl(1, 1), frame);
+    seqAppend(s, seqControl(2, 0, false, true), frame);
+    seqAppend(s, seqControl(1, 1), withTtl(frame, 0));
+  }
+  out.push_back(s);
+  return out;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: %s DIR\n", argv[0]);
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: %s FRAMEDIR SEQUENCEDIR\n", argv[0]);
     return 2;
   }
   Platform::logSinkIs([](const Platform::LogRecord&) {});
@@ -88,6 +156,11 @@ int main(int argc, char** argv) {
   int n = 0;
   for (const char* text : kHandWritten) write(dir, "hand-" + std::to_string(n++), hex(text));
   for (int v = 0; v < 12; ++v) write(dir, "built-" + std::to_string(v), built(v));
-  std::printf("%d seeds written to %s\n", n + 12, dir.c_str());
+  write(dir, "sample-phone", hex(SampleFrames::kPhone));
+  const std::string seqDir = argv[2];
+  const auto runs = sequences();
+  for (size_t i = 0; i < runs.size(); ++i) write(seqDir, "seq-" + std::to_string(i), runs[i]);
+  std::printf("%d frame seeds written to %s, %zu sequence seeds to %s\n", n + 13, dir.c_str(),
+              runs.size(), seqDir.c_str());
   return 0;
 }

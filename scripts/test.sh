@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is needed, then builds and runs every test, once in a
-# normal build and once under AddressSanitizer + UndefinedBehaviorSanitizer, then fuzzes the
-# receive path for a minute (LLDP_FUZZ_SECONDS to change).
+# normal build and once under AddressSanitizer + UndefinedBehaviorSanitizer, then runs the
+# receive-path fuzzers for a minute in all (LLDP_FUZZ_SECONDS to change).
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"

@@ -9,17 +9,21 @@ const Platform::LogHandle<std::string_view, std::string_view> LLDP_REMOTE_TABLES
     {"LLDP_REMOTE_TABLES_CLEARED", Platform::Severity::notice, "LLDP neighbor table cleared by %s on %s",
      "An operator cleared the table of LLDP neighbors; the neighbors are learnt again from the LLDPDUs "
      "they send next.",
-     Platform::kNoActionRequired, 0});
+     Platform::kNoActionRequired, 0, {"REQUESTER", "ORIGIN"}});
 
 CliPortConfigSm::CliPortConfigSm(CliPortConfig::Ptr cliPortConfig, Root* root)
     : cliPortConfig_(std::move(cliPortConfig)), root_(root) {
   watch<&CliPortConfigSm::handleAdminStatus>(cliPortConfig_, CliPortConfig::adminStatusAttr);
   watch<&CliPortConfigSm::handleNetworkPolicyCliConfig>(cliPortConfig_, CliPortConfig::networkPolicyConfigAttr);
+  watch<&CliPortConfigSm::handleRxRateLimit>(cliPortConfig_, CliPortConfig::rxRateLimitingEnabledAttr);
+  watch<&CliPortConfigSm::handleRxRateLimit>(cliPortConfig_, CliPortConfig::rxRateLimitMaxAttr);
+  watch<&CliPortConfigSm::handleRxRateLimit>(cliPortConfig_, CliPortConfig::rxRateLimitPeriodAttr);
 }
 
 void CliPortConfigSm::handleInitialized() {
   handleAdminStatus();
   handleNetworkPolicyCliConfig();
+  handleRxRateLimit();
 }
 
 void CliPortConfigSm::handleAdminStatus() {
@@ -36,6 +40,13 @@ void CliPortConfigSm::handleNetworkPolicyCliConfig() {
   const PortConfig::Ptr& portConfig = root_->config()->portConfig(cliPortConfig_->intfId());
   if (!portConfig || !root_->inputSm()) return;
   root_->inputSm()->doSyncPortConfigNetworkPolicy(portConfig);
+}
+
+void CliPortConfigSm::handleRxRateLimit() {
+  TRACE(inputSmTrace, 8) << "CliPortConfigSm::handleRxRateLimit( " << cliPortConfig_->intfId() << " )";
+  const PortConfig::Ptr& portConfig = root_->config()->portConfig(cliPortConfig_->intfId());
+  if (!portConfig || !root_->inputSm()) return;
+  root_->inputSm()->doSyncPortConfigRxRateLimit(portConfig);
 }
 
 IdentityDot1xStatusSm::IdentityDot1xStatusSm(Identity::Dot1x::Status::Ptr dot1xStatus, Root* root)
@@ -68,7 +79,7 @@ void RemTablesClearRequestSm::handleRemTablesClearRequest() {
     it.value()->remoteSystemByMsapDelAll();
   }
   remTablesStatus->remTablesLastClearTimeIs(request.time);
-  LLDP_REMOTE_TABLES_CLEARED.emit(request.requester.c_str(), request.origin.c_str());
+  LLDP_REMOTE_TABLES_CLEARED.emit(request.requester, request.origin);
 }
 
 }  // namespace Lldp::Agent::Input

@@ -9,7 +9,7 @@ namespace Lldp::Agent::Input {
 
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_REMOTE_TABLES_CLEARED;
 
-// One port's command-line entry: its admin status and network policies.
+// One port's command-line entry: its admin status, network policies and receive rate limit.
 class CliPortConfigSm : public Platform::Reactor {
  public:
   CliPortConfigSm(CliPortConfig::Ptr cliPortConfig, Root* root);
@@ -17,6 +17,7 @@ class CliPortConfigSm : public Platform::Reactor {
   void handleInitialized() override;
   void handleAdminStatus();
   void handleNetworkPolicyCliConfig();
+  void handleRxRateLimit();
 
  private:
   CliPortConfig::Ptr cliPortConfig_;

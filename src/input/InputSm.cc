@@ -92,6 +92,7 @@ void InputSm::handleEnabled() {
   for (auto it = root_->config()->portConfig().begin(); it; ++it) {
     doSyncPortConfigAdminStatus(it.value());
     doSyncPortConfigNetworkPolicy(it.value());
+    doSyncPortConfigRxRateLimit(it.value());
   }
 }
 
@@ -197,6 +198,7 @@ void InputSm::handleCliPortConfig(const Konet::IntfId& intf) {
   if (const PortConfig::Ptr& portConfig = root_->config()->portConfig(intf)) {
     doSyncPortConfigAdminStatus(portConfig);
     doSyncPortConfigNetworkPolicy(portConfig);
+    doSyncPortConfigRxRateLimit(portConfig);
   }
 }
 
@@ -299,6 +301,7 @@ void InputSm::doSyncPortConfig(const PortConfig::Ptr& portConfig) {
   applyEnabledTlvs(*cliConfig_, *portConfig);
   doSyncPortConfigAdminStatus(portConfig);
   doSyncPortConfigNetworkPolicy(portConfig);
+  doSyncPortConfigRxRateLimit(portConfig);
 }
 
 void InputSm::doSyncPortConfigAdminStatus(const PortConfig::Ptr& portConfig) {
@@ -321,6 +324,16 @@ void InputSm::doSyncPortConfigNetworkPolicy(const PortConfig::Ptr& portConfig) {
     if (!wanted.contains(it.key())) portConfig->networkPolicyConfigDel(it.key());
   }
   for (auto it = wanted.begin(); it; ++it) portConfig->networkPolicyConfigIs(it.key(), it.value());
+}
+
+void InputSm::doSyncPortConfigRxRateLimit(const PortConfig::Ptr& portConfig) {
+  // Without a command-line entry the port gets the record's defaults back.
+  static const CliPortConfig defaults{Konet::IntfId{}};
+  const CliPortConfigSm* sm = cliPortConfigSm(portConfig->intfId());
+  const CliPortConfig& wanted = sm ? *sm->cliPortConfig() : defaults;
+  portConfig->rxRateLimitingEnabledIs(wanted.rxRateLimitingEnabled());
+  portConfig->rxRateLimitMaxIs(wanted.rxRateLimitMax());
+  portConfig->rxRateLimitPeriodIs(wanted.rxRateLimitPeriod());
 }
 
 void InputSm::doSyncLocalPort(const Konet::IntfId& intf) {

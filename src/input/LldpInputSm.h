@@ -340,6 +340,7 @@ class InputSm : public Platform::Reactor {
   void doSyncPortConfigAdminStatus(const PortConfig::Ptr& portConfig);
   // Copies the port's command-line network policies into its PortConfig.
   void doSyncPortConfigNetworkPolicy(const PortConfig::Ptr& portConfig);
+  void doSyncPortConfigRxRateLimit(const PortConfig::Ptr& portConfig);
   // A port without an interface configuration: its description is empty.
   void doSyncLocalPort(const Konet::IntfId& intf);
   void doNotifyPortLagChange(const Konet::IntfId& port, const Konet::IntfId& oldLag, const Konet::IntfId& newLag);

@@ -24,7 +24,15 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED
      "Cannot wait for frames on interface %s: %s",
      "LLDP could not wait for received frames on the raw socket of an interface, so it hears no "
      "neighbours there for now. It tries again every few seconds.",
-     "If the message repeats, disable and re-enable LLDP on the interface.", 60});
+     "If the message repeats, disable and re-enable LLDP on the interface.", 60, {"INTERFACE", nullptr}});
+
+const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
+    {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
+     "Cannot send an LLDPDU on interface %s: %s",
+     "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
+     "buffers). The failure is counted on the port; the next transmission tries again.",
+     "If the message repeats while the interface is up, check the interface and its driver.", 60,
+     {"INTERFACE", nullptr}});
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -51,9 +59,10 @@ bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
   return ok;
 }
 
-bool configure(int fd, const std::string& device, const Interface::EthDevPamManager& config,
-               std::string& error) {
-  const unsigned ifIndex = if_nametoindex(device.c_str());
+bool configure(int fd, const std::string& device, int32_t knownIfIndex,
+               const Interface::EthDevPamManager& config, std::string& error) {
+  // Bound by index: a device made again under the same name is another socket's business.
+  const unsigned ifIndex = knownIfIndex > 0 ? static_cast<unsigned>(knownIfIndex) : if_nametoindex(device.c_str());
   if (!ifIndex) {
     error = systemError(("interface " + device).c_str());
     return false;
@@ -106,7 +115,7 @@ bool configure(int fd, const std::string& device, const Interface::EthDevPamMana
 }  // namespace
 
 Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
-                                              const Interface::EthDevPamManager& config,
+                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
                                               Platform::Scheduler& scheduler, const std::string& netNs,
                                               std::string& error) {
   int fd = -1;
@@ -117,7 +126,7 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
       error = systemError("socket");
       return false;
     }
-    return configure(fd, device, config, error);
+    return configure(fd, device, ifIndex, config, error);
   });
   if (!ok) {
     if (fd >= 0) ::close(fd);
@@ -161,7 +170,7 @@ void RawSocketPam::handleReadable() {
 
 void RawSocketPam::handleWaitError(std::error_code error) {
   ++rxWaitErrors_;
-  PAM_RECEIVE_FAILED.emit(intfId().name().c_str(), error.message().c_str());
+  PAM_RECEIVE_FAILED.emit(intfId().name(), error.message());
   watch_.reset();
   rewatchClock_.timeMinIs(scheduler_.now() + kRewatchDelay);
 }
@@ -210,7 +219,10 @@ void RawSocketPam::discardOne() {
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
   if (send(fd_, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
+    // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
+    const int error = errno;
     txErrorsInc();
+    PAM_SEND_FAILED.emit(intfId().name(), std::strerror(error));
     return;
   }
   txFramesInc();
@@ -220,7 +232,7 @@ Platform::Ptr<Konet::Pam> RawSocketPamManager::openPam(const Konet::IntfId& intf
                                                        const Interface::DeviceIntf& device,
                                                        std::string& error) {
   const std::string& name = device.deviceName.empty() ? intfId.name() : device.deviceName;
-  return RawSocketPam::open(intfId, name, *this, scheduler(), netNs_, error);
+  return RawSocketPam::open(intfId, name, device.ifIndex, *this, scheduler(), netNs_, error);
 }
 
 }  // namespace Linux

@@ -11,9 +11,10 @@ namespace Linux {
 
 class RawSocketPam : public Konet::Pam {
  public:
-  // Opens and configures the socket as the manager says; null with error set on failure.
+  // Opens and configures the socket as the manager says, bound to the device's index (looked up
+  // by name when ifIndex is 0); null with error set on failure.
   static Platform::Ptr<RawSocketPam> open(const Konet::IntfId& intfId, const std::string& device,
-                                          const Interface::EthDevPamManager& config,
+                                          int32_t ifIndex, const Interface::EthDevPamManager& config,
                                           Platform::Scheduler& scheduler, const std::string& netNs,
                                           std::string& error);
   ~RawSocketPam() override;

@@ -58,4 +58,11 @@ void featureEnabledIs(std::string_view name, bool enabled) {
   }
 }
 
+ScopedFeature::ScopedFeature(std::string_view name, bool enabled)
+    : name_(name), previous_(featureEnabled(name)) {
+  featureEnabledIs(name_, enabled);
+}
+
+ScopedFeature::~ScopedFeature() { featureEnabledIs(name_, previous_); }
+
 }  // namespace Platform

@@ -1,5 +1,12 @@
 // Konet::IntfId: an interface name with its kind and module/port/lane numbers.
 //
+// The platform decides an interface's kind when it knows the interface (IntfPlatformTable: on
+// Linux the kernel's link type, so a veth named "uplink" is an Ethernet port); the name decides
+// it otherwise, as below. Identity and order are the name's alone (natural order: Ethernet2
+// before Ethernet10), so keys stay put whatever the kind. Numbers always stay inside the bands
+// of the management-address priorities: an out-of-band switch-style name is kind `other`, an
+// out-of-band Linux-style name is clamped.
+//
 // Names understood (anything else is kind `other`):
 //
 //   name                      kind          module  port  lane  number
@@ -34,6 +41,25 @@ class IntfId {
  public:
   enum class Kind : uint8_t { none, ethernet, management, portChannel, vlan, loopback, other };
 
+  // What is known of an interface: its kind and numbers.
+  struct Numbering {
+    Kind kind = Kind::none;
+    bool unconnected = false;
+    uint32_t module = 0;
+    uint32_t port = 0;
+    uint32_t lane = 0;
+    uint32_t number = 0;
+    bool operator==(const Numbering&) const = default;
+  };
+  // Band limits of the numbers (those of the management-address priority bands).
+  static constexpr uint32_t kMaxModule = 128;
+  static constexpr uint32_t kMaxEthernetPort = 128;
+  static constexpr uint32_t kMaxLane = 31;
+  static constexpr uint32_t kMaxManagementPort = 10;
+  static constexpr uint32_t kMaxLoopback = 2100;
+  static constexpr uint32_t kMaxPortChannel = 2000;
+  static constexpr uint32_t kMaxVlan = 4094;
+
   IntfId() = default;
   IntfId(std::string_view name);
   IntfId(const char* name) : IntfId(std::string_view(name)) {}
@@ -42,24 +68,31 @@ class IntfId {
   const std::string& name() const { return name_; }
   std::string stringValue() const { return name_; }
   bool empty() const { return name_.empty(); }
-  Kind kind() const { return kind_; }
+  Kind kind() const { return numbering().kind; }
 
-  bool isEthernet() const { return kind_ == Kind::ethernet; }
-  bool isUnconnectedEthernet() const { return kind_ == Kind::ethernet && unconnected_; }
-  bool isManagement() const { return kind_ == Kind::management; }
-  bool isPortChannel() const { return kind_ == Kind::portChannel; }
-  bool isVlan() const { return kind_ == Kind::vlan; }
-  bool isLoopback() const { return kind_ == Kind::loopback; }
+  bool isEthernet() const { return kind() == Kind::ethernet; }
+  bool isUnconnectedEthernet() const { return isEthernet() && numbering().unconnected; }
+  bool isManagement() const { return kind() == Kind::management; }
+  bool isPortChannel() const { return kind() == Kind::portChannel; }
+  bool isVlan() const { return kind() == Kind::vlan; }
+  bool isLoopback() const { return kind() == Kind::loopback; }
 
   // Ethernet and management interfaces.
-  uint32_t module() const { return module_; }
-  uint32_t port() const { return port_; }
-  uint32_t lane() const { return lane_; }
+  uint32_t module() const { return numbering().module; }
+  uint32_t port() const { return numbering().port; }
+  uint32_t lane() const { return numbering().lane; }
   // Port-channel, VLAN and loopback number.
-  uint32_t number() const { return number_; }
+  uint32_t number() const { return numbering().number; }
+
+  // The platform's numbering when it knows the interface, else the name's.
+  const Numbering& numbering() const;
+  // What the name alone says.
+  const Numbering& nameNumbering() const { return parsed_; }
+  // Whether the numbers lie inside the bands of their kind.
+  static bool inBand(const Numbering& n);
 
   bool operator==(const IntfId& o) const { return name_ == o.name_; }
-  // Kind first, then numbers, then name: Ethernet2 sorts before Ethernet10.
+  // Natural order of the names: digit runs compare as numbers, so Ethernet2 < Ethernet10.
   std::strong_ordering operator<=>(const IntfId& o) const;
 
  private:
@@ -68,12 +101,20 @@ class IntfId {
   bool parseLinux();
 
   std::string name_;
-  Kind kind_ = Kind::none;
-  bool unconnected_ = false;
-  uint32_t module_ = 0;
-  uint32_t port_ = 0;
-  uint32_t lane_ = 0;
-  uint32_t number_ = 0;
+  Numbering parsed_;
+};
+
+// The platform's knowledge of interfaces by name, consulted by IntfId::kind() and the numbers.
+// Process-wide; written on the event thread by the platform's interface source.
+class IntfPlatformTable {
+ public:
+  // Numbers outside their band are clamped into it.
+  static void intfIs(const std::string& name, IntfId::Numbering numbering);
+  static void intfDel(const std::string& name);
+  static void clear();
+  // Null when the platform does not know the name.
+  static const IntfId::Numbering* find(const std::string& name);
+  static size_t size();
 };
 
 std::ostream& operator<<(std::ostream& os, const IntfId& id);

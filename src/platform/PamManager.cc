@@ -25,10 +25,18 @@ void PamManagerBase::handleIntf(const Konet::IntfId& intfId) {
   const DeviceIntf* device = devices_->deviceIntf().find(intfId);
   const bool wanted = enabled() && desired_->intfDesiredHas(intfId) && device;
   const auto opened = openedOn_.find(intfId);
-  // A renamed or re-indexed device gets a new mechanism.
-  if (opened != openedOn_.end() && (!wanted || !(opened->second == *device))) {
-    openedOn_.erase(opened);
-    pams_->intfPamDel(intfId);
+  // The mechanism is bound to the device's index: a device deleted and made again (a new
+  // index) or another device under the name gets a new one; a new MAC address does not, so
+  // the port keeps its neighbours.
+  if (opened != openedOn_.end()) {
+    const bool sameDevice = wanted && opened->second.ifIndex == device->ifIndex &&
+                            opened->second.deviceName == device->deviceName;
+    if (sameDevice) {
+      opened->second = *device;
+    } else {
+      openedOn_.erase(opened);
+      pams_->intfPamDel(intfId);
+    }
   }
   if (!wanted) {
     failed_.erase(intfId);

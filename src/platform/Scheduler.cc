@@ -43,7 +43,7 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::fdErrorLog(int fd, std::error_code error) {
-  FD_WAIT_FAILED.emit(fd, error.message().c_str());
+  FD_WAIT_FAILED.emit(fd, error.message());
 }
 
 void Scheduler::arm(Clock& clock, double time) {

@@ -89,7 +89,10 @@ class CliPortConfig : public Platform::Entity {
 #define LLDP_CLI_PORT_CONFIG_ATTRS(X)                         \
   X(Meta, intfId, Konet::IntfId, {})                          \
   X(Attr, adminStatus, AdminStatus, {AdminStatus::txAndRx})   \
-  X(Coll, networkPolicyConfig, uint8_t, NetworkPolicyConfig)
+  X(Coll, networkPolicyConfig, uint8_t, NetworkPolicyConfig)  \
+  X(Attr, rxRateLimitingEnabled, bool, {false})               \
+  X(Attr, rxRateLimitMax, uint64_t, {100})                    \
+  X(Attr, rxRateLimitPeriod, double, {1.0})
   PLATFORM_RECORD(CliPortConfig, LLDP_CLI_PORT_CONFIG_ATTRS)
  public:
   explicit CliPortConfig(Konet::IntfId intfId) : intfId_(std::move(intfId)) {}

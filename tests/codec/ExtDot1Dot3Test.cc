@@ -4,6 +4,7 @@
 #include "codec/LldpExtDot3.h"
 #include "codec/LldpMed.h"
 #include "codec/PoeUtils.h"
+#include "platform/FeatureToggle.h"
 
 namespace CodecTest {
 namespace {
@@ -108,10 +109,9 @@ TEST_F(ExtTest, Dot3PowerViaMdiForms) {
   EXPECT_EQ(p.pseAllocatedPower, 150);
   EXPECT_EQ(dot3(2, "06 01"), TlvParseResultFatalError);
 
-  Platform::featureEnabledIs("LldpMedToggle", false);
+  const Platform::ScopedFeature medOff("LldpMedToggle", false);
   EXPECT_EQ(dot3(2, "06 01 04 51 00 82 00 96"), TlvParseResultOk);
   EXPECT_FALSE(rs->powerViaMdiInfo().dot3atExtension);
-  Platform::featureEnabledIs("LldpMedToggle", true);
 }
 
 TEST_F(ExtTest, Dot3OtherSubtypes) {

@@ -3,6 +3,7 @@
 #include "codec/LldpExtCee.h"
 #include "codec/LldpMed.h"
 #include "data/SampleFrames.h"
+#include "platform/FeatureToggle.h"
 
 namespace CodecTest {
 namespace {
@@ -152,7 +153,7 @@ TEST_F(MedTest, TransmitOnlyAfterAMedNeighbour) {
 }
 
 TEST_F(MedTest, ToggleOffTreatsMedAsAnUnknownOuiAndSendsNone) {
-  Platform::featureEnabledIs("LldpMedToggle", false);
+  const Platform::ScopedFeature medOff("LldpMedToggle", false);
   auto phone = receive(hex(SampleFrames::kPhone));
   ASSERT_TRUE(phone);
   EXPECT_FALSE(phone->medCapabilitiesTlvReceived());
@@ -163,7 +164,6 @@ TEST_F(MedTest, ToggleOffTreatsMedAsAnUnknownOuiAndSendsNone) {
   portStatus->remoteSystemIs(99, Msap{})->lldpMedTlvReceivedIs(true);
   const auto frame = build();
   EXPECT_EQ(std::string(frame.begin(), frame.end()).find(std::string("\x00\x12\xbb", 3)), std::string::npos);
-  Platform::featureEnabledIs("LldpMedToggle", true);
 }
 
 TEST_F(MedTest, CeeSequenceNumbers) {

@@ -1,5 +1,8 @@
 // Trace levels and sinks, the ring trace, assertions and feature switches.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
+
+#include <stdexcept>
 
 #include "platform/Assert.h"
 #include "platform/FeatureToggle.h"
@@ -96,6 +99,44 @@ TEST(FeatureToggleTest, DefaultOnEnvironmentAndOverride) {
   EXPECT_FALSE(fromEnv.enabled());
   setenv("LLDP_FEATURE_TestToggleB", "1", 1);
   EXPECT_FALSE(fromEnv.enabled());  // read once
+}
+
+TEST(ScopedFeatureTest, RestoresWhatItFoundNestedAndThroughLiveToggles) {
+  Platform::FeatureToggle toggle("TestToggleC");
+  {
+    const Platform::ScopedFeature off("TestToggleC", false);
+    EXPECT_FALSE(toggle.enabled());
+    {
+      const Platform::ScopedFeature on("TestToggleC", true);
+      EXPECT_TRUE(toggle.enabled());
+    }
+    EXPECT_FALSE(toggle.enabled());
+  }
+  EXPECT_TRUE(toggle.enabled());
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleC"));
+
+  setenv("LLDP_FEATURE_TestToggleD", "off", 1);
+  { const Platform::ScopedFeature on("TestToggleD", true); }
+  EXPECT_FALSE(Platform::featureEnabled("TestToggleD"));  // the environment's value came back
+}
+
+// A test body that leaves by a failed assertion: the guard must still put the switch back.
+void failWithToggleOff() {
+  const Platform::ScopedFeature off("TestToggleE", false);
+  ASSERT_TRUE(Platform::featureEnabled("TestToggleE")) << "body fails here";
+}
+
+TEST(ScopedFeatureTest, RestoresWhenTheBodyFailsOrThrows) {
+  EXPECT_FATAL_FAILURE(failWithToggleOff(), "body fails here");
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleE"));
+
+  EXPECT_THROW(
+      {
+        const Platform::ScopedFeature off("TestToggleE", false);
+        throw std::runtime_error("body throws");
+      },
+      std::runtime_error);
+  EXPECT_TRUE(Platform::featureEnabled("TestToggleE"));
 }
 
 }  // namespace

@@ -1,0 +1,381 @@
+// Keeping the interface, address and bridging records in step with the kernel's facts.
+#include "linux/HostState.h"
+
+#include <algorithm>
+
+namespace Linux {
+namespace {
+
+// Updates the member under the key in place, or publishes it once, filled.
+template <class E, class Dir, class Find, class Insert, class Fill>
+void upsert(Dir& dir, const Konet::IntfId& id, Find find, Insert insert, Fill fill) {
+  if (Platform::Ptr<E> existing = (dir.*find)(id)) {
+    fill(*existing);
+    return;
+  }
+  Platform::Ptr<E> fresh = Platform::make<E>(id);
+  fill(*fresh);
+  (dir.*insert)(id, fresh);
+}
+
+bool ethernetKind(const Konet::IntfId::Numbering& n) {
+  return n.kind == Konet::IntfId::Kind::ethernet || n.kind == Konet::IntfId::Kind::management;
+}
+
+}  // namespace
+
+HostState::HostState(HostRecords records) : records_(std::move(records)) {
+  if (records_.redundancyStatus) records_.redundancyStatus->modeIs(Redundancy::RedundancyMode::active);
+  if (records_.cellInfoDir && !records_.cellInfoDir->entryHas(records_.cellId)) {
+    auto cell = Platform::make<Hardware::CellInfo>(
+        static_cast<uint32_t>(std::strtoul(records_.cellId.c_str(), nullptr, 10)));
+    cell->cellTypeIs(Hardware::CellType::supervisor);
+    records_.cellInfoDir->entryIs(records_.cellId, cell);
+  }
+}
+
+HostState::~HostState() {
+  for (const auto& [ifIndex, name] : published_) Konet::IntfPlatformTable::intfDel(name);
+}
+
+const LinkFacts* HostState::link(int32_t ifIndex) const {
+  const auto it = links_.find(ifIndex);
+  return it == links_.end() ? nullptr : &it->second.facts;
+}
+
+const LinkFacts* HostState::linkNamed(const std::string& name) const {
+  for (const auto& [ifIndex, entry] : links_) {
+    if (entry.facts.name == name) return &entry.facts;
+  }
+  return nullptr;
+}
+
+const LinkFacts* HostState::master(const LinkFacts& l) const {
+  return l.master > 0 && l.master != l.ifIndex ? link(l.master) : nullptr;
+}
+
+// What depends on a link: its masters (membership) and its slaves (forwarding model, VRF).
+void HostState::linkChanged(int32_t ifIndex) {
+  dirty_.insert(ifIndex);
+  globalsDirty_ = true;
+  const LinkFacts* l = link(ifIndex);
+  if (!l || l->kind.empty() || l->kind == "veth") return;
+  for (const auto& [other, entry] : links_) {
+    if (entry.facts.master == ifIndex) dirty_.insert(other);
+  }
+}
+
+void HostState::linkIs(const LinkFacts& facts) {
+  LinkEntry& entry = links_[facts.ifIndex];
+  entry.generation = generation_;
+  LinkFacts merged = facts;
+  // The VLANs come from the bridge's own messages.
+  merged.pvid = entry.facts.pvid;
+  merged.taggedVlans = entry.facts.taggedVlans;
+  if (merged == entry.facts) return;
+  if (entry.facts.master != merged.master) dirty_.insert(entry.facts.master);
+  dirty_.insert(merged.master);
+  entry.facts = std::move(merged);
+  linkChanged(facts.ifIndex);
+}
+
+void HostState::linkDel(int32_t ifIndex) {
+  const auto it = links_.find(ifIndex);
+  if (it == links_.end()) return;
+  dirty_.insert(it->second.facts.master);
+  for (const auto& [other, entry] : links_) {
+    if (entry.facts.master == ifIndex) dirty_.insert(other);
+  }
+  links_.erase(it);
+  addrs_.erase(ifIndex);
+  dirty_.insert(ifIndex);
+  globalsDirty_ = true;
+}
+
+void HostState::bridgePortIs(int32_t ifIndex, uint16_t pvid, bool taggedVlans) {
+  const auto it = links_.find(ifIndex);
+  if (it == links_.end()) return;  // the link's own message comes first
+  it->second.bridgeGeneration = generation_;
+  LinkFacts& f = it->second.facts;
+  if (f.pvid == pvid && f.taggedVlans == taggedVlans) return;
+  f.pvid = pvid;
+  f.taggedVlans = taggedVlans;
+  linkChanged(ifIndex);
+}
+
+void HostState::bridgePortDel(int32_t ifIndex) { bridgePortIs(ifIndex, 0, false); }
+
+void HostState::ip4Is(int32_t ifIndex, const Ip4Fact& fact) {
+  Ip4Entry& entry = addrs_[ifIndex].ip4[fact.addr];
+  const bool changed = entry.generation == 0 || entry.secondary != fact.secondary;
+  entry.secondary = fact.secondary;
+  entry.generation = generation_;
+  if (changed) dirty_.insert(ifIndex);
+}
+
+void HostState::ip4Del(int32_t ifIndex, const Arnet::IpAddrWithMask& addr) {
+  const auto it = addrs_.find(ifIndex);
+  if (it == addrs_.end() || !it->second.ip4.erase(addr)) return;
+  dirty_.insert(ifIndex);
+}
+
+void HostState::ip6Is(int32_t ifIndex, const Arnet::Ip6AddrWithMask& addr) {
+  auto [it, inserted] = addrs_[ifIndex].ip6.try_emplace(addr, generation_);
+  it->second = generation_;
+  if (inserted) dirty_.insert(ifIndex);
+}
+
+void HostState::ip6Del(int32_t ifIndex, const Arnet::Ip6AddrWithMask& addr) {
+  const auto it = addrs_.find(ifIndex);
+  if (it == addrs_.end() || !it->second.ip6.erase(addr)) return;
+  dirty_.insert(ifIndex);
+}
+
+void HostState::forwardingIs(bool forwarding) {
+  if (records_.routingConfig) records_.routingConfig->routingIs(forwarding);
+}
+
+void HostState::sweepLinks() {
+  std::vector<int32_t> gone;
+  for (const auto& [ifIndex, entry] : links_) {
+    if (entry.generation < generation_) gone.push_back(ifIndex);
+  }
+  for (int32_t ifIndex : gone) linkDel(ifIndex);
+}
+
+void HostState::sweepBridgePorts() {
+  for (auto& [ifIndex, entry] : links_) {
+    if (entry.bridgeGeneration < generation_ && (entry.facts.pvid || entry.facts.taggedVlans)) {
+      bridgePortIs(ifIndex, 0, false);
+    }
+  }
+}
+
+void HostState::sweepIp4() {
+  for (auto& [ifIndex, a] : addrs_) {
+    const size_t before = a.ip4.size();
+    std::erase_if(a.ip4, [this](const auto& kv) { return kv.second.generation < generation_; });
+    if (a.ip4.size() != before) dirty_.insert(ifIndex);
+  }
+}
+
+void HostState::sweepIp6() {
+  for (auto& [ifIndex, a] : addrs_) {
+    const size_t before = a.ip6.size();
+    std::erase_if(a.ip6, [this](const auto& kv) { return kv.second < generation_; });
+    if (a.ip6.size() != before) dirty_.insert(ifIndex);
+  }
+}
+
+void HostState::intfSelectionIs(const IntfSelection& selection) {
+  if (selection == selection_) return;
+  selection_ = selection;
+  for (const auto& [ifIndex, entry] : links_) dirty_.insert(ifIndex);
+  globalsDirty_ = true;
+  flush();
+}
+
+void HostState::bridgeMacAddrOverrideIs(std::optional<Konet::EthAddr> addr) {
+  bridgeMacOverride_ = addr;
+  globalsDirty_ = true;
+  flush();
+}
+
+void HostState::flush() {
+  dirty_.erase(0);
+  // Names first leave, then arrive: two links may swap their names in one batch.
+  for (int32_t ifIndex : dirty_) {
+    const auto pub = published_.find(ifIndex);
+    if (pub == published_.end()) continue;
+    const LinkFacts* l = link(ifIndex);
+    if (l && l->name == pub->second) continue;
+    unpublish(pub->second);
+    published_.erase(pub);
+  }
+  for (int32_t ifIndex : dirty_) {
+    if (const LinkFacts* l = link(ifIndex)) publish(*l);
+  }
+  dirty_.clear();
+  if (globalsDirty_) publishGlobals();
+  globalsDirty_ = false;
+}
+
+void HostState::unpublish(const std::string& name) {
+  const Konet::IntfId id(name);
+  if (auto& r = records_.ethPhyIntfStatusDir) r->intfStatusDel(id);
+  if (auto& r = records_.ethPhyIntfConfigDir) r->intfConfigDel(id);
+  if (auto& r = records_.ethLagIntfStatusDir) r->intfStatusDel(id);
+  if (auto& r = records_.bridgingConfig) r->switchIntfConfigDel(id);
+  if (auto& r = records_.ipStatus) r->ipIntfStatusDel(id);
+  if (auto& r = records_.ip6Status) r->intfDel(id);
+  if (auto& r = records_.allIntfStatusDir) r->intfStatusDel(id);
+  if (auto& r = records_.allIntfStatusLocalDir) r->intfStatusDel(id);
+  if (auto& r = records_.kernelNetInfo) r->deviceDel(name);
+  Konet::IntfPlatformTable::intfDel(name);
+}
+
+void HostState::publish(const LinkFacts& l) {
+  ++intfWrites_;
+  const LinkFacts* m = master(l);
+  // The kind is known before any record under the name appears.
+  Konet::IntfPlatformTable::intfIs(l.name, linkNumbering(l, m));
+  published_[l.ifIndex] = l.name;
+  const Konet::IntfId id(l.name);
+  if (auto& r = records_.kernelNetInfo) r->deviceIs(l.name, KernelNetInfo::Device{l.ifIndex, l.addr});
+  auto fillStatus = [&](Interface::IntfStatus& s) {
+    s.ifIndexIs(l.ifIndex);
+    s.operStatusIs(linkStatusOf(l) == Interface::LinkStatus::linkUp ? Interface::OperStatus::up
+                                                                     : Interface::OperStatus::down);
+  };
+  if (auto& r = records_.allIntfStatusDir) {
+    upsert<Interface::IntfStatus>(*r, id, &Interface::AllIntfStatusDir::intfStatus<Konet::IntfId>,
+                                  &Interface::AllIntfStatusDir::intfStatusInsert, fillStatus);
+  }
+  if (auto& r = records_.allIntfStatusLocalDir) {
+    upsert<Interface::IntfStatus>(*r, id, &Interface::AllIntfStatusLocalDir::intfStatus<Konet::IntfId>,
+                                  &Interface::AllIntfStatusLocalDir::intfStatusInsert, fillStatus);
+  }
+  publishPort(l, id, m);
+  publishLag(l, id);
+  publishSwitching(l, id, m);
+  publishIp(l, id, m);
+}
+
+void HostState::publishPort(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m) {
+  const bool port = ethernetKind(id.numbering()) && selection_.selected(l.name);
+  if (!port) {
+    if (auto& r = records_.ethPhyIntfStatusDir) r->intfStatusDel(id);
+    if (auto& r = records_.ethPhyIntfConfigDir) r->intfConfigDel(id);
+    return;
+  }
+  if (auto& r = records_.ethPhyIntfStatusDir) {
+    const LinkFacts* mm = m ? master(*m) : nullptr;
+    upsert<Interface::EthPhyIntfStatus>(
+        *r, id, &Interface::AllEthPhyIntfStatusDir::intfStatus<Konet::IntfId>,
+        &Interface::AllEthPhyIntfStatusDir::intfStatusInsert, [&](Interface::EthPhyIntfStatus& s) {
+          s.deviceNameIs(l.name);
+          s.addrIs(portMacOf(l));
+          s.maxMtuIs(l.mtu);
+          s.forwardingModelIs(forwardingModelOf(l, m, mm));
+          s.linkStatusIs(linkStatusOf(l));
+        });
+  }
+  if (auto& r = records_.ethPhyIntfConfigDir) {
+    upsert<Interface::EthPhyIntfConfig>(*r, id, &Interface::AllEthPhyIntfConfigDir::intfConfig<Konet::IntfId>,
+                                        &Interface::AllEthPhyIntfConfigDir::intfConfigInsert,
+                                        [&](Interface::EthPhyIntfConfig& c) {
+                                          c.descriptionIs(l.alias);
+                                          c.enabledIs((l.flags & 1u) != 0);  // IFF_UP
+                                        });
+  }
+}
+
+void HostState::publishLag(const LinkFacts& l, const Konet::IntfId& id) {
+  auto& r = records_.ethLagIntfStatusDir;
+  if (!r) return;
+  if (!isLag(l)) {
+    r->intfStatusDel(id);
+    return;
+  }
+  std::set<Konet::IntfId> members;
+  for (const auto& [ifIndex, entry] : links_) {
+    if (entry.facts.master == l.ifIndex && isEthernetWire(entry.facts)) members.insert(entry.facts.name);
+  }
+  upsert<Interface::EthLagIntfStatus>(*r, id, &Interface::EthLagIntfStatusDir::intfStatus<Konet::IntfId>,
+                                      &Interface::EthLagIntfStatusDir::intfStatusInsert,
+                                      [&](Interface::EthLagIntfStatus& lag) {
+                                        std::vector<Konet::IntfId> gone;
+                                        for (const auto& [member, on] : lag.member()) {
+                                          if (!members.count(member)) gone.push_back(member);
+                                        }
+                                        for (const auto& member : gone) lag.memberDel(member);
+                                        for (const auto& member : members) lag.memberIs(member, true);
+                                      });
+}
+
+void HostState::publishSwitching(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m) {
+  auto& r = records_.bridgingConfig;
+  if (!r) return;
+  Bridging::SwitchportMode mode{};
+  uint16_t nativeVlan = 0;
+  if (!switchIntfConfigOf(l, m, mode, nativeVlan)) {
+    r->switchIntfConfigDel(id);
+    return;
+  }
+  upsert<Bridging::SwitchIntfConfig>(*r, id, &Bridging::Config::switchIntfConfig<Konet::IntfId>,
+                                     &Bridging::Config::switchIntfConfigInsert, [&](Bridging::SwitchIntfConfig& c) {
+                                       c.switchportModeIs(mode);
+                                       c.nativeVlanIs(Bridging::VlanIdOrNone(nativeVlan));
+                                     });
+}
+
+void HostState::publishIp(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m) {
+  const auto a = addrs_.find(l.ifIndex);
+  const Addrs empty;
+  const Addrs& addrs = a == addrs_.end() ? empty : a->second;
+  if (auto& r = records_.ipStatus) {
+    if (addrs.ip4.empty()) {
+      r->ipIntfStatusDel(id);
+    } else {
+      // The smallest primary is the active address; everything else is secondary.
+      auto active = std::find_if(addrs.ip4.begin(), addrs.ip4.end(), [](const auto& kv) { return !kv.second.secondary; });
+      if (active == addrs.ip4.end()) active = addrs.ip4.begin();
+      const Lldp::VrfName vrf(m && isVrf(*m) ? m->name : std::string("default"));
+      upsert<Ip::IpIntfStatus>(*r, id, &Ip::Status::ipIntfStatus<Konet::IntfId>, &Ip::Status::ipIntfStatusInsert,
+                               [&](Ip::IpIntfStatus& s) {
+                                 s.vrfIs(vrf);
+                                 std::vector<Arnet::IpAddrWithMask> gone;
+                                 for (const auto& [addr, on] : s.secondaryWithMask()) {
+                                   if (addr == active->first || !addrs.ip4.count(addr)) gone.push_back(addr);
+                                 }
+                                 for (const auto& addr : gone) s.secondaryWithMaskDel(addr);
+                                 s.activeAddrWithMaskIs(active->first);
+                                 for (const auto& [addr, e] : addrs.ip4) {
+                                   if (addr != active->first) s.secondaryWithMaskIs(addr, true);
+                                 }
+                               });
+    }
+  }
+  if (auto& r = records_.ip6Status) {
+    if (addrs.ip6.empty()) {
+      r->intfDel(id);
+    } else {
+      upsert<Ip6::IntfStatus>(*r, id, &Ip6::Status::intf<Konet::IntfId>, &Ip6::Status::intfInsert,
+                              [&](Ip6::IntfStatus& s) {
+                                std::vector<Arnet::Ip6AddrWithMask> gone;
+                                for (const auto& [addr, on] : s.addr()) {
+                                  if (!addrs.ip6.count(addr)) gone.push_back(addr);
+                                }
+                                for (const auto& addr : gone) s.addrDel(addr);
+                                for (const auto& [addr, g] : addrs.ip6) s.addrIs(addr, true);
+                              });
+    }
+  }
+}
+
+void HostState::publishGlobals() {
+  // Chassis MAC: configured, else a VLAN-aware bridge's, else the lowest NIC's permanent one.
+  std::optional<Konet::EthAddr> bridgeMac = bridgeMacOverride_;
+  const LinkFacts* nic = nullptr;
+  const LinkFacts* wire = nullptr;
+  uint32_t frameSize = 0;
+  for (const auto& [ifIndex, entry] : links_) {
+    const LinkFacts& l = entry.facts;
+    if (!bridgeMac && isBridge(l) && l.vlanFiltering && !l.addr.isZero()) bridgeMac = l.addr;
+    if (!isEthernetWire(l)) continue;
+    if (!nic && isPhysicalNic(l)) nic = &l;
+    if (!wire) wire = &l;
+    if (!selection_.selected(l.name)) continue;
+    const uint32_t size = frameSizeOf(l);
+    frameSize = frameSize ? std::min(frameSize, size) : size;
+  }
+  auto stableMac = [](const LinkFacts& l) { return l.permAddr.isZero() ? l.addr : l.permAddr; };
+  if (!bridgeMac && nic) bridgeMac = stableMac(*nic);
+  if (!bridgeMac && wire) bridgeMac = stableMac(*wire);
+  if (records_.bridgingConfig && bridgeMac) records_.bridgingConfig->bridgeMacAddrIs(*bridgeMac);
+  if (records_.bridgingHwCapabilities) {
+    records_.bridgingHwCapabilities->maxFrameSizeIs(static_cast<uint16_t>(frameSize ? frameSize : 1518));
+  }
+}
+
+}  // namespace Linux
