@@ -278,7 +278,8 @@ Json Service::status() {
     out["status"] = std::move(counters);
   }
   if (statusProvider_) {
-    for (auto& [k, v] : statusProvider_().items()) out[k] = v;
+    const Json extra = statusProvider_();  // kept alive while its items are walked
+    for (const auto& [k, v] : extra.items()) out[k] = v;
   }
   return out;
 }

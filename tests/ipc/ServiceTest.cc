@@ -104,7 +104,10 @@ TEST_F(ServiceTest, GetReadsEntitiesListsPrefixesAndNeighboursByInterface) {
   ASSERT_EQ(reply["port"].size(), 2u);
   EXPECT_GT(reply["port"][0]["portStatus"]["txFramesTotal"].get<int>(), 0);
   EXPECT_FALSE(reply["port"][0]["portStatus"].contains("remoteSystem"));
-  EXPECT_EQ(ask({{"op", "status"}})["neighbors"], 2);
+  service.statusProviderIs([] { return Json{{"version", "9.9"}, {"netlinkResyncs", 3}}; });
+  reply = ask({{"op", "status"}});
+  EXPECT_EQ(reply["neighbors"], 2);
+  EXPECT_EQ(reply["version"], "9.9");
 }
 
 TEST_F(ServiceTest, NeighbourEventsCarryKindsReasonsAndSequenceNumbersInOneBatchPerPass) {
