@@ -1,9 +1,14 @@
-// lldp: the agent's command line. `lldp decode` decodes captures and LLDPDU bytes offline.
+// lldp: the agent's command line. It asks the running agent through its socket; `lldp decode`
+// decodes captures and LLDPDU bytes offline.
 #include <CLI/CLI.hpp>
+
+#include <unistd.h>
 
 #include <iostream>
 #include <iterator>
 
+#include "cli/Commands.h"
+#include "cli/Completion.h"
 #include "cli/Decode.h"
 #include "cli/Render.h"
 #include "platform/Log.h"
@@ -45,11 +50,73 @@ int runDecode(const std::string& file, const std::optional<std::string>& hexText
   return 0;
 }
 
+// Splits "[interface IFACE] KEY [VALUE]" into its parts; false when the count is wrong.
+bool keyArgs(std::vector<std::string> args, size_t values, std::string& intf, std::string& key, std::string& value) {
+  if (args.size() >= 2 && args[0] == "interface") {
+    intf = args[1];
+    args.erase(args.begin(), args.begin() + 2);
+  }
+  if (args.size() != 1 + values) return false;
+  key = args[0];
+  if (values) value = args[1];
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Command line of the LLDP agent."};
+  CLI::App app{"Command line of the LLDP agent: show neighbours and state, change the configuration, watch "
+               "changes. It reaches the agent at its socket (--socket, LLDP_SOCKET, or " +
+               std::string(Cli::SocketQuery::kDefaultSocket) + ")."};
   app.require_subcommand(1);
+  std::string socketPath;
+  bool agentJson = false;
+  app.add_option("--socket", socketPath, "The agent's socket");
+  auto addJson = [&](CLI::App* sub) { sub->add_flag("--json", agentJson, "Print JSON (schema 1) instead of text"); };
+
+  auto* show = app.add_subcommand("show", "Show the agent's state")->require_subcommand(1);
+  std::vector<std::string> intfs;
+  bool detail = false;
+  auto* showNeighbors = show->add_subcommand("neighbors", "Neighbours learnt, per interface");
+  showNeighbors->alias("neighbours");
+  showNeighbors->add_option("interfaces", intfs, "Only these interfaces");
+  showNeighbors->add_flag("--detail", detail, "Every field each neighbour advertised");
+  auto* showInterfaces = show->add_subcommand("interfaces", "What each port sends, its state and counters");
+  showInterfaces->add_option("interfaces", intfs, "Only these interfaces");
+  auto* showLocal = show->add_subcommand("local", "What this system advertises");
+  auto* showStatistics = show->add_subcommand("statistics", "Frame and TLV counters per interface");
+  showStatistics->add_option("interfaces", intfs, "Only these interfaces");
+  auto* showConfig = show->add_subcommand("config", "The running configuration, as the file holds it");
+  auto* showClassification = show->add_subcommand("classification", "Neighbours classified as telephones");
+  auto* showStatus = show->add_subcommand("status", "Version, uptime, ports, neighbours and counters");
+  for (auto* sub : {showNeighbors, showInterfaces, showLocal, showStatistics, showConfig, showClassification, showStatus}) {
+    addJson(sub);
+  }
+
+  std::vector<std::string> keyArgsList;
+  auto* configure = app.add_subcommand("configure", "Change one setting: [interface IFACE] KEY VALUE");
+  configure->add_option("args", keyArgsList, "[interface IFACE] KEY VALUE")->required();
+  auto* unconfigure = app.add_subcommand("unconfigure", "Put one setting back to its default: [interface IFACE] KEY");
+  unconfigure->add_option("args", keyArgsList, "[interface IFACE] KEY")->required();
+  auto* config = app.add_subcommand("config", "The configuration file")->require_subcommand(1);
+  auto* configSave = config->add_subcommand("save", "Write the running configuration to the file");
+  auto* clear = app.add_subcommand("clear", "Clear state")->require_subcommand(1);
+  auto* clearNeighbors = clear->add_subcommand("neighbors", "Empty the neighbour tables (all interfaces)");
+  clearNeighbors->alias("neighbours");
+  auto* tlv = app.add_subcommand("tlv", "Send TLVs of your own, as an external TLV client")->require_subcommand(1);
+  std::string client = "lldp-cli", tlvIntf, oui, tlvValue;
+  unsigned subtype = 0;
+  auto* tlvAdd = tlv->add_subcommand("add", "Add one organisationally specific TLV on an interface");
+  tlvAdd->add_option("--client", client, "Client name the TLVs belong to")->capture_default_str();
+  tlvAdd->add_option("interface", tlvIntf, "Interface")->required();
+  tlvAdd->add_option("oui", oui, "OUI, as 00-12-BB")->required();
+  tlvAdd->add_option("subtype", subtype, "Subtype, 0 to 255")->required()->check(CLI::Range(0, 255));
+  tlvAdd->add_option("value", tlvValue, "Information, hexadecimal bytes")->required();
+  auto* tlvDel = tlv->add_subcommand("del", "Remove every TLV of a client");
+  tlvDel->add_option("--client", client, "Client name")->capture_default_str();
+  auto* watch = app.add_subcommand("watch", "Print neighbour changes as they happen, with their reasons");
+  for (auto* sub : {configure, unconfigure, configSave, clearNeighbors, tlvAdd, tlvDel, watch}) addJson(sub);
+  auto* completion = app.add_subcommand("completion", "Print the bash completion script");
 
   auto* decode = app.add_subcommand(
       "decode", "Decode LLDP frames from a pcap/pcapng capture, or LLDPDU bytes in hexadecimal, "
@@ -70,7 +137,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForAllHelp& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
-    std::cerr << "lldp: " << e.what() << "\n";
+    std::cerr << "lldp: " << e.what() << " (see lldp --help)\n";
     return kBadInput;
   }
 
@@ -83,5 +150,34 @@ int main(int argc, char** argv) {
     if (hexGiven && !hexText) hexText = std::string();
     return runDecode(file, hexText, json);
   }
+  if (completion->parsed()) {
+    std::cout << Cli::bashCompletion();
+    return 0;
+  }
+
+  Cli::SocketQuery agent(Cli::SocketQuery::socketPath(socketPath));
+  Cli::Context context{agent, std::cout, std::cerr, agentJson, ::isatty(STDOUT_FILENO) == 1};
+  if (showNeighbors->parsed()) return Cli::showNeighbors(context, intfs, detail);
+  if (showInterfaces->parsed()) return Cli::showInterfaces(context, intfs);
+  if (showLocal->parsed()) return Cli::showLocal(context);
+  if (showStatistics->parsed()) return Cli::showStatistics(context, intfs);
+  if (showConfig->parsed()) return Cli::showConfig(context);
+  if (showClassification->parsed()) return Cli::showClassification(context);
+  if (showStatus->parsed()) return Cli::showStatus(context);
+  if (configure->parsed() || unconfigure->parsed()) {
+    std::string intf, key, value;
+    const bool setting = configure->parsed();
+    if (!keyArgs(keyArgsList, setting ? 1 : 0, intf, key, value)) {
+      std::cerr << "lldp: expected " << (setting ? "[interface IFACE] KEY VALUE" : "[interface IFACE] KEY")
+                << " (see lldp " << (setting ? "configure" : "unconfigure") << " --help)\n";
+      return kBadInput;
+    }
+    return setting ? Cli::configure(context, intf, key, value) : Cli::unconfigure(context, intf, key);
+  }
+  if (configSave->parsed()) return Cli::configSave(context);
+  if (clearNeighbors->parsed()) return Cli::clearNeighbors(context);
+  if (tlvAdd->parsed()) return Cli::tlvAdd(context, client, tlvIntf, oui, subtype, tlvValue);
+  if (tlvDel->parsed()) return Cli::tlvDel(context, client);
+  if (watch->parsed()) return Cli::watch(context);
   return 0;
 }

@@ -6,9 +6,6 @@
 #include "records/RecordsJson.h"
 
 namespace Cli {
-namespace {
-
-using namespace Lldp;
 
 const char* chassisSubtypeName(uint8_t s) {
   static const char* const names[] = {"reserved",     "chassis component", "interface alias",
@@ -36,6 +33,10 @@ std::string capabilityNames(uint16_t caps) {
   }
   return out.empty() ? "none" : out;
 }
+
+namespace {
+
+using namespace Lldp;
 
 const char* medDeviceTypeName(uint8_t t) {
   static const char* const names[] = {"not defined", "endpoint class I", "endpoint class II",

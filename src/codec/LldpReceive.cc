@@ -358,6 +358,7 @@ void handleShutdown(const FrameParse& frame, Status& status, PortStatus& portSta
   TRACE(lldpProtocolTrace, 6) << "Deleting RemoteSystem";
   const Msap msap = rs->msap();
   portStatus.remoteSystemByMsapDel(msap);
+  portStatus.remoteSystemDelReasonIs(RemoteSystemDelReason::shutdown);
   portStatus.remoteSystemDel(rs->index());
   status.remTablesDeletesInc(1);
   logNeighbour(LLDP_NEIGHBOR_GONE, msap, portStatus);

@@ -120,6 +120,7 @@ void LldpPamSm::handleAgeClock() {
     TRACE(protocolSmTrace, 6) << "Aging RemoteSystem for " << *rs;
     const Msap msap = rs->msap();
     portStatus_->remoteSystemByMsapDel(msap);
+    portStatus_->remoteSystemDelReasonIs(RemoteSystemDelReason::ageout);
     portStatus_->remoteSystemDel(rs->index());
     portStatus_->rxAgeoutsTotalInc(1);
     status.remTablesAgeoutsInc(1);
@@ -137,6 +138,7 @@ void LldpPamSm::handleLinkStatusRx() {
   TRACE(protocolSmTrace, 8) << "LldpPamSm::handleLinkStatusRx( " << intfId_ << " )";
   if (ethPhyIntfStatus_->linkStatus() != Interface::LinkStatus::linkDown) return;
   TRACE(protocolSmTrace, 6) << "Link down: deleting all RemoteSystems on " << intfId_;
+  portStatus_->remoteSystemDelReasonIs(RemoteSystemDelReason::linkDown);
   doDeleteAllRemoteSystems();
 }
 
@@ -160,6 +162,7 @@ void LldpPamSm::doClose() {
   TRACE(protocolSmTrace, 8) << "LldpPamSm::doClose( " << intfId_ << " )";
   RING_TRACE << "LldpPamSm::doClose( " << intfId_ << " )";
   LLDP_ASSERT(initialized());
+  portStatus_->remoteSystemDelReasonIs(RemoteSystemDelReason::portRemoved);
   doDeleteAllRemoteSystems();
 }
 

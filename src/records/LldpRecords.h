@@ -247,6 +247,9 @@ class RemoteSystem : public Platform::Entity {
   LastFrame lastFrame_;
 };
 
+// Why neighbours leave a port's table, for subscribers that report it.
+enum class RemoteSystemDelReason : uint8_t { unknown, ageout, shutdown, linkDown, cleared, portRemoved };
+
 class PortStatus : public Platform::Entity {
 #define LLDP_PORT_STATUS_ATTRS(X)                                                 \
   X(Meta, intfId, Konet::IntfId, {})                                              \
@@ -273,6 +276,14 @@ class PortStatus : public Platform::Entity {
   bool anyLldpMedReceived() const;
   bool networkPolicyTlvReceived() const;
   bool powerViaMdiTlvReceived() const;
+
+  // Set just before deleting neighbours; read by watchers during the deletion. Not state: it
+  // notifies nobody.
+  RemoteSystemDelReason remoteSystemDelReason() const { return remoteSystemDelReason_; }
+  void remoteSystemDelReasonIs(RemoteSystemDelReason reason) { remoteSystemDelReason_ = reason; }
+
+ private:
+  RemoteSystemDelReason remoteSystemDelReason_ = RemoteSystemDelReason::unknown;
 };
 
 // Table-wide counters, shared by the per-cell status and the accumulated one.

@@ -1,0 +1,209 @@
+// Runners of the `lldp` commands: query, model, render.
+#include "cli/Commands.h"
+
+#include <unistd.h>
+
+#include "cli/Model.h"
+#include "cli/Tables.h"
+#include "platform/Json.h"
+
+namespace Cli {
+
+namespace {
+
+constexpr const char* kStatusPath = "l2discovery/lldp/status/all";
+constexpr const char* kCliConfigPath = "l2discovery/lldp/cliConfig";
+constexpr const char* kExternalTlvsPath = "l2discovery/lldp/externalTlvs";
+
+// The reply of a successful request; otherwise one line on standard error and nothing.
+std::optional<Json> call(Context& c, const Json& request) {
+  std::string error;
+  auto reply = c.agent.ask(request, error);
+  if (!reply) {
+    c.err << "lldp: " << error << "\n";
+    return std::nullopt;
+  }
+  if (!reply->value("ok", false)) {
+    const Json problem = reply->value("error", Json::object());
+    c.err << "lldp: the agent refused: " << problem.value("message", "no reason given") << "\n";
+    return std::nullopt;
+  }
+  return reply;
+}
+
+void printJson(Context& c, const Json& doc) { c.out << Platform::jsonText(doc, c.pretty ? 2 : -1) << "\n"; }
+
+Json interfacesRequest(const char* op, const std::vector<std::string>& intfs) {
+  Json request = {{"op", op}};
+  if (!intfs.empty()) request["interfaces"] = intfs;
+  return request;
+}
+
+int done(Context& c) {
+  if (c.json) printJson(c, {{"schema", kJsonSchema}, {"ok", true}});
+  return kExitOk;
+}
+
+}  // namespace
+
+int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail) {
+  auto reply = call(c, interfacesRequest("neighbors", intfs));
+  if (!reply) return kExitRefused;
+  if (c.json) {
+    printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
+  } else {
+    renderNeighbors(neighborRows(*reply), detail, c.out);
+  }
+  return kExitOk;
+}
+
+int showInterfaces(Context& c, const std::vector<std::string>& intfs) {
+  auto reply = call(c, interfacesRequest("interfaces", intfs));
+  if (!reply) return kExitRefused;
+  if (c.json) {
+    printJson(c, jsonDocument(*reply, {"port"}));
+  } else {
+    renderInterfaces(interfaceRows(*reply), c.out);
+  }
+  return kExitOk;
+}
+
+int showStatistics(Context& c, const std::vector<std::string>& intfs) {
+  auto reply = call(c, interfacesRequest("interfaces", intfs));
+  if (!reply) return kExitRefused;
+  if (c.json) {
+    Json ports = Json::array();
+    for (const Json& port : reply->value("port", Json::array())) {
+      ports.push_back({{"intfId", port.value("intfId", "")}, {"portStatus", port.value("portStatus", Json())}});
+    }
+    printJson(c, {{"schema", kJsonSchema}, {"port", std::move(ports)}});
+  } else {
+    renderStatistics(interfaceRows(*reply), c.out);
+  }
+  return kExitOk;
+}
+
+int showLocal(Context& c) {
+  auto reply = call(c, {{"op", "get"}, {"path", "l2discovery/lldp/localSystem"}});
+  if (!reply) return kExitRefused;
+  const Json local = reply->value("value", Json::object());
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"localSystem", local}});
+  } else {
+    renderLocal(local, c.out);
+  }
+  return kExitOk;
+}
+
+int showConfig(Context& c) {
+  auto reply = call(c, {{"op", "config"}});
+  if (!reply) return kExitRefused;
+  if (c.json) {
+    printJson(c, jsonDocument(*reply, {"config"}));
+  } else {
+    c.out << reply->value("config", "");
+  }
+  return kExitOk;
+}
+
+int showClassification(Context& c) {
+  auto reply = call(c, {{"op", "get"}, {"path", "identity/nbrClassification/status"}});
+  if (!reply) return kExitRefused;
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"neighbor", reply->value("value", Json::object()).value("neighbor", Json::array())}});
+  } else {
+    renderClassification(classificationRows(*reply), c.out);
+  }
+  return kExitOk;
+}
+
+int showStatus(Context& c) {
+  auto reply = call(c, {{"op", "status"}});
+  if (!reply) return kExitRefused;
+  Json status = *reply;
+  for (const char* key : {"v", "id", "ok"}) status.erase(key);
+  if (c.json) {
+    Json doc = {{"schema", kJsonSchema}};
+    for (auto& [k, v] : status.items()) doc[k] = v;
+    printJson(c, doc);
+  } else {
+    renderStatus(status, c.out);
+  }
+  return kExitOk;
+}
+
+int configure(Context& c, const std::string& intf, const std::string& key, const std::string& value) {
+  Json request = {{"op", "set"}, {"path", kCliConfigPath}, {"key", key}, {"value", value}};
+  if (!intf.empty()) request["interface"] = intf;
+  return call(c, request) ? done(c) : kExitRefused;
+}
+
+int unconfigure(Context& c, const std::string& intf, const std::string& key) {
+  Json request = {{"op", "delete"}, {"path", kCliConfigPath}, {"key", key}};
+  if (!intf.empty()) request["interface"] = intf;
+  return call(c, request) ? done(c) : kExitRefused;
+}
+
+int configSave(Context& c) { return call(c, {{"op", "save"}}) ? done(c) : kExitRefused; }
+
+int clearNeighbors(Context& c) {
+  std::string origin = "lldp clear neighbors";
+  if (const char* tty = ::ttyname(STDIN_FILENO)) origin += std::string(" on ") + tty;
+  return call(c, {{"op", "clear"}, {"origin", origin}}) ? done(c) : kExitRefused;
+}
+
+int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
+           const std::string& value) {
+  const std::string path = std::string(kExternalTlvsPath) + "/" + client;
+  // The client's record is replaced as a whole: read it, add one TLV, write it back.
+  Json ports = Json::array();
+  std::string error;
+  if (auto current = c.agent.ask({{"op", "get"}, {"path", path}}, error); current && current->value("ok", false)) {
+    for (const Json& port : current->value("value", Json::object()).value("portConfig", Json::array())) {
+      Json tlvs = Json::array();
+      for (const Json& t : port.value("unknownOrgDefTlv", Json::array())) {
+        const Json key = t.value("key", Json::object());
+        tlvs.push_back({{"oui", key.value("oui", Json())}, {"subtype", key.value("subtype", Json())},
+                        {"value", t.value("value", "")}});
+      }
+      ports.push_back({{"intfId", port.value("intfId", "")}, {"unknownOrgDefTlv", std::move(tlvs)}});
+    }
+  }
+  const Json tlv = {{"oui", oui}, {"subtype", subtype}, {"value", value}};
+  auto it = std::find_if(ports.begin(), ports.end(), [&](const Json& p) { return p.value("intfId", "") == intf; });
+  if (it == ports.end()) {
+    ports.push_back({{"intfId", intf}, {"unknownOrgDefTlv", Json::array({tlv})}});
+  } else {
+    (*it)["unknownOrgDefTlv"].push_back(tlv);
+  }
+  return call(c, {{"op", "set"}, {"path", path}, {"value", {{"portConfig", std::move(ports)}}}}) ? done(c) : kExitRefused;
+}
+
+int tlvDel(Context& c, const std::string& client) {
+  return call(c, {{"op", "delete"}, {"path", std::string(kExternalTlvsPath) + "/" + client}}) ? done(c)
+                                                                                              : kExitRefused;
+}
+
+int watch(Context& c, size_t maxEvents) {
+  if (!call(c, {{"op", "subscribe"}, {"path", kStatusPath}, {"types", {"RemoteSystem"}}})) return kExitRefused;
+  size_t seen = 0;
+  while (auto message = c.agent.nextEvent()) {
+    if (message->value("event", "") == "disconnected") {
+      c.err << "lldp: the agent disconnected this watch: " << message->value("reason", "") << "\n";
+      return kExitRefused;
+    }
+    for (const Json& change : message->value("changes", Json::array())) {
+      if (c.json) {
+        c.out << Platform::jsonText(change, -1) << "\n";
+      } else {
+        c.out << watchLine(change) << "\n";
+      }
+      c.out.flush();
+      if (maxEvents && ++seen >= maxEvents) return kExitOk;
+    }
+  }
+  c.err << "lldp: the agent went away\n";
+  return kExitRefused;
+}
+
+}  // namespace Cli

@@ -1,0 +1,43 @@
+// The `lldp` commands that talk to the agent: each asks, builds its model and prints it as a
+// table or as JSON, and returns the exit status.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "cli/Query.h"
+
+namespace Cli {
+
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitRefused = 1;  // the agent refused or cannot be reached
+inline constexpr int kExitUsage = 2;
+
+struct Context {
+  AgentQuery& agent;
+  std::ostream& out;
+  std::ostream& err;
+  bool json = false;
+  bool pretty = true;  // indented JSON, for a terminal; compact for pipes (tens of megabytes less)
+};
+
+int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail);
+int showInterfaces(Context& c, const std::vector<std::string>& intfs);
+int showStatistics(Context& c, const std::vector<std::string>& intfs);
+int showLocal(Context& c);
+int showConfig(Context& c);
+int showClassification(Context& c);
+int showStatus(Context& c);
+// An empty interface names a global key.
+int configure(Context& c, const std::string& intf, const std::string& key, const std::string& value);
+int unconfigure(Context& c, const std::string& intf, const std::string& key);
+int configSave(Context& c);
+int clearNeighbors(Context& c);
+int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
+           const std::string& value);
+int tlvDel(Context& c, const std::string& client);
+// Prints neighbour events as they come; stops after maxEvents (0: when the agent goes).
+int watch(Context& c, size_t maxEvents = 0);
+
+}  // namespace Cli

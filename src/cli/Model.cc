@@ -1,0 +1,174 @@
+// Rows from the agent's JSON: every field read defensively, since another agent version may
+// leave one out.
+#include "cli/Model.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "cli/Render.h"
+
+namespace Cli {
+
+namespace {
+
+std::string text(const Json& j, const char* key) {
+  auto it = j.find(key);
+  if (it == j.end() || it->is_null()) return {};
+  return it->is_string() ? it->get<std::string>() : it->dump();
+}
+
+uint64_t number(const Json& j, const char* key) {
+  auto it = j.find(key);
+  if (it == j.end() || !it->is_number_integer()) return 0;
+  if (it->is_number_unsigned()) return it->get<uint64_t>();
+  return static_cast<uint64_t>(std::max<int64_t>(it->get<int64_t>(), 0));
+}
+
+const Json& child(const Json& j, const char* key) {
+  static const Json empty = Json::object();
+  auto it = j.find(key);
+  return it != j.end() && it->is_object() ? *it : empty;
+}
+
+const Json& list(const Json& j, const char* key) {
+  static const Json empty = Json::array();
+  auto it = j.find(key);
+  return it != j.end() && it->is_array() ? *it : empty;
+}
+
+NeighborRow neighborRow(const std::string& intf, const Json& rs, double now) {
+  NeighborRow row;
+  row.intf = intf;
+  const Json& msap = child(rs, "msap");
+  const Json& chassis = child(msap, "chassisIdentifier");
+  const Json& port = child(msap, "portIdentifier");
+  row.chassisId = text(chassis, "value");
+  row.chassisSubtype = chassisSubtypeName(static_cast<uint8_t>(number(chassis, "subtype")));
+  row.portId = text(port, "value");
+  row.portSubtype = portSubtypeName(static_cast<uint8_t>(number(port, "subtype")));
+  row.portDesc = text(rs, "portDesc");
+  row.sysName = text(rs, "sysName");
+  row.sysDesc = text(rs, "sysDesc");
+  row.capsSupported = capabilityNames(static_cast<uint16_t>(number(rs, "sysCapSupported")));
+  row.capsEnabled = capabilityNames(static_cast<uint16_t>(number(rs, "sysCapEnabled")));
+  for (const Json& addr : list(rs, "managementAddress")) row.managementAddresses.push_back(text(child(addr, "value"), "address"));
+  row.ttl = static_cast<unsigned>(number(rs, "ttl"));
+  auto created = rs.find("creationTime");
+  if (created != rs.end() && created->is_number()) row.age = std::max(0.0, now - created->get<double>());
+  return row;
+}
+
+}  // namespace
+
+Json jsonDocument(const Json& reply, std::initializer_list<const char*> keys) {
+  Json doc = {{"schema", kJsonSchema}};
+  for (const char* key : keys) {
+    if (auto it = reply.find(key); it != reply.end()) doc[key] = *it;
+  }
+  return doc;
+}
+
+std::vector<NeighborRow> neighborRows(const Json& reply) {
+  std::vector<NeighborRow> rows;
+  const double now = reply.value("now", 0.0);
+  for (const Json& port : list(reply, "portStatus")) {
+    for (const Json& rs : list(port, "remoteSystem")) rows.push_back(neighborRow(text(port, "intfId"), rs, now));
+  }
+  return rows;
+}
+
+const char* adminStatusName(int status) {
+  switch (status) {
+    case 1: return "tx";
+    case 2: return "rx";
+    case 3: return "tx+rx";
+    case 4: return "disabled";
+  }
+  return "?";
+}
+
+std::vector<InterfaceRow> interfaceRows(const Json& reply) {
+  std::vector<InterfaceRow> rows;
+  for (const Json& port : list(reply, "port")) {
+    InterfaceRow row;
+    row.intf = text(port, "intfId");
+    const Json& config = child(port, "portConfig");
+    row.adminStatus = adminStatusName(static_cast<int>(number(config, "adminStatus")));
+    const uint64_t base = number(config, "enabledTlvs");
+    const uint64_t dot3 = number(config, "dot3EnabledTlvs");
+    const std::pair<uint64_t, const char*> tlvs[] = {{base & 1, "port-description"}, {base & 2, "system-name"},
+                                                     {base & 4, "system-description"}, {base & 8, "capabilities"},
+                                                     {dot3 & 1, "mac-phy"}, {dot3 & 2, "power"},
+                                                     {dot3 & 4, "link-aggregation"}, {dot3 & 8, "max-frame-size"}};
+    for (const auto& [on, name] : tlvs) {
+      if (on) row.sending.push_back(name);
+    }
+    if (config.value("mgmtAddrTxEnable", false)) row.sending.push_back("management-address");
+    if (config.value("portVlanTxEnable", false)) row.sending.push_back("port-vlan");
+    const Json& local = child(port, "localPort");
+    row.portId = text(child(local, "portIdentifier"), "value");
+    row.portDesc = text(local, "portDesc");
+    const Json& status = child(port, "portStatus");
+    row.counted = !status.empty();
+    row.txFrames = number(status, "txFramesTotal");
+    row.txLengthExceeded = number(status, "txFramesLengthExceeded");
+    row.rxFrames = number(status, "rxFramesTotal");
+    row.rxErrors = number(status, "rxFramesErrors");
+    row.rxDiscarded = number(status, "rxFramesDiscardedTotal");
+    row.tlvsDiscarded = number(status, "rxTLVsDiscardedTotal");
+    row.tlvsUnrecognized = number(status, "rxTLVsUnrecognizedTotal");
+    row.ageouts = number(status, "rxAgeoutsTotal");
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+std::vector<ClassificationRow> classificationRows(const Json& reply) {
+  std::vector<ClassificationRow> rows;
+  for (const Json& entry : list(child(reply, "value"), "neighbor")) {
+    const Json& n = child(entry, "value");
+    const uint64_t kind = number(n, "classification");
+    rows.push_back({text(entry, "key"), text(n, "intfId"), kind == 1 ? "phone" : "unclassified",
+                    text(n, "description")});
+  }
+  return rows;
+}
+
+std::string ageText(double seconds) {
+  if (!std::isfinite(seconds) || seconds < 0) return "-";
+  const auto s = static_cast<uint64_t>(seconds);
+  char out[32];
+  if (s < 60) {
+    std::snprintf(out, sizeof out, "%llus", static_cast<unsigned long long>(s));
+  } else if (s < 3600) {
+    std::snprintf(out, sizeof out, "%llum%02llus", static_cast<unsigned long long>(s / 60),
+                  static_cast<unsigned long long>(s % 60));
+  } else if (s < 86400) {
+    std::snprintf(out, sizeof out, "%lluh%02llum", static_cast<unsigned long long>(s / 3600),
+                  static_cast<unsigned long long>(s % 3600 / 60));
+  } else {
+    std::snprintf(out, sizeof out, "%llud%02lluh", static_cast<unsigned long long>(s / 86400),
+                  static_cast<unsigned long long>(s % 86400 / 3600));
+  }
+  return out;
+}
+
+std::string watchLine(const Json& change) {
+  const std::string path = text(change, "path");
+  // .../portStatus/<interface>/remoteSystem/<index>
+  std::string intf;
+  if (const size_t at = path.find("/portStatus/"); at != std::string::npos) {
+    const size_t from = at + 12;
+    const size_t to = path.find("/remoteSystem/", from);
+    intf = path.substr(from, to == std::string::npos ? std::string::npos : to - from);
+  }
+  const NeighborRow row = neighborRow(intf, child(change, "value"), 0);
+  std::string line = text(change, "kind") + " " + (intf.empty() ? path : intf);
+  if (!row.chassisId.empty()) line += " chassis " + row.chassisId + " port " + row.portId;
+  if (!row.sysName.empty()) line += " (" + row.sysName + ")";
+  if (change.contains("reason")) line += ": " + text(change, "reason");
+  return line;
+}
+
+}  // namespace Cli

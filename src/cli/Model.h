@@ -1,0 +1,62 @@
+// What `lldp show` prints, taken from the agent's replies: plain rows for the text views, and
+// the versioned JSON document for --json. The JSON keys are the records' attribute names.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/Query.h"
+
+namespace Cli {
+
+// Version of the JSON that `lldp --json` prints; raised when a key changes meaning or goes.
+inline constexpr int kJsonSchema = 1;
+
+// The document printed for --json: {"schema": 1, ...data}.
+Json jsonDocument(const Json& reply, std::initializer_list<const char*> keys);
+
+struct NeighborRow {
+  std::string intf;
+  std::string chassisId;
+  std::string chassisSubtype;
+  std::string portId;
+  std::string portSubtype;
+  std::string portDesc;
+  std::string sysName;
+  std::string sysDesc;
+  std::string capsSupported;
+  std::string capsEnabled;
+  std::vector<std::string> managementAddresses;
+  unsigned ttl = 0;
+  double age = 0;
+};
+std::vector<NeighborRow> neighborRows(const Json& reply);
+
+struct InterfaceRow {
+  std::string intf;
+  std::string adminStatus;
+  std::string portId;
+  std::string portDesc;
+  std::vector<std::string> sending;  // optional TLVs the port sends
+  bool counted = false;              // the port has a status (an engine runs)
+  uint64_t txFrames = 0, rxFrames = 0, rxErrors = 0, rxDiscarded = 0, tlvsDiscarded = 0, tlvsUnrecognized = 0,
+           ageouts = 0, txLengthExceeded = 0;
+};
+std::vector<InterfaceRow> interfaceRows(const Json& reply);
+
+struct ClassificationRow {
+  std::string ethAddr;
+  std::string intf;
+  std::string classification;
+  std::string description;
+};
+std::vector<ClassificationRow> classificationRows(const Json& reply);
+
+// A neighbour event for `lldp watch`: one line for people.
+std::string watchLine(const Json& change);
+
+// 83 seconds is "1m23s"; a day or more "2d03h".
+std::string ageText(double seconds);
+const char* adminStatusName(int status);
+
+}  // namespace Cli

@@ -1,0 +1,118 @@
+// Aligned tables and detail blocks of the `lldp show` commands.
+#include "cli/Tables.h"
+
+#include <algorithm>
+
+#include "cli/Render.h"
+
+namespace Cli {
+
+void Table::print(std::ostream& out) const {
+  std::vector<size_t> widths;
+  for (const auto& row : rows_) {
+    if (widths.size() < row.size()) widths.resize(row.size(), 0);
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  for (const auto& row : rows_) {
+    std::string line;
+    for (size_t i = 0; i < row.size(); ++i) {
+      line += row[i];
+      if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+    }
+    out << line << "\n";
+  }
+}
+
+void renderNeighbors(const std::vector<NeighborRow>& rows, bool detail, std::ostream& out) {
+  if (!detail) {
+    Table table({"Interface", "Chassis ID", "Port ID", "System name", "Capabilities", "TTL", "Age"});
+    for (const auto& r : rows) {
+      table.rowIs({r.intf, r.chassisId, r.portId, r.sysName, r.capsEnabled, std::to_string(r.ttl), ageText(r.age)});
+    }
+    table.print(out);
+    out << "Neighbors: " << rows.size() << "\n";
+    return;
+  }
+  for (const auto& r : rows) {
+    out << "Interface " << r.intf << "\n";
+    Table table({"  Chassis ID", r.chassisId + " (" + r.chassisSubtype + ")"});
+    table.rowIs({"  Port ID", r.portId + " (" + r.portSubtype + ")"});
+    table.rowIs({"  Port description", r.portDesc});
+    table.rowIs({"  System name", r.sysName});
+    table.rowIs({"  System description", r.sysDesc});
+    table.rowIs({"  Capabilities", r.capsSupported});
+    table.rowIs({"  Enabled capabilities", r.capsEnabled});
+    for (const auto& addr : r.managementAddresses) table.rowIs({"  Management address", addr});
+    table.rowIs({"  TTL", std::to_string(r.ttl)});
+    table.rowIs({"  Age", ageText(r.age)});
+    table.print(out);
+    out << "\n";
+  }
+  out << "Neighbors: " << rows.size() << "\n";
+}
+
+void renderInterfaces(const std::vector<InterfaceRow>& rows, std::ostream& out) {
+  Table table({"Interface", "Status", "Port ID", "Tx frames", "Rx frames", "Sends"});
+  for (const auto& r : rows) {
+    std::string sends;
+    for (const auto& s : r.sending) sends += (sends.empty() ? "" : ",") + s;
+    table.rowIs({r.intf, r.counted ? r.adminStatus : r.adminStatus + " (inactive)", r.portId,
+                 std::to_string(r.txFrames), std::to_string(r.rxFrames), sends});
+  }
+  table.print(out);
+}
+
+void renderStatistics(const std::vector<InterfaceRow>& rows, std::ostream& out) {
+  Table table({"Interface", "Tx", "Tx too long", "Rx", "Rx errors", "Rx discarded", "TLVs discarded",
+               "TLVs unrecognized", "Ageouts"});
+  for (const auto& r : rows) {
+    table.rowIs({r.intf, std::to_string(r.txFrames), std::to_string(r.txLengthExceeded), std::to_string(r.rxFrames),
+                 std::to_string(r.rxErrors), std::to_string(r.rxDiscarded), std::to_string(r.tlvsDiscarded),
+                 std::to_string(r.tlvsUnrecognized), std::to_string(r.ageouts)});
+  }
+  table.print(out);
+}
+
+void renderLocal(const Json& ls, std::ostream& out) {
+  const Json chassis = ls.value("chassisIdentifier", Json::object());
+  Table table({"Chassis ID", chassis.value("value", "") + " (" +
+                                 chassisSubtypeName(static_cast<uint8_t>(chassis.value("subtype", 0))) + ")"});
+  table.rowIs({"System name", ls.value("sysName", "")});
+  table.rowIs({"System description", ls.value("sysDesc", "")});
+  table.rowIs({"Capabilities", capabilityNames(static_cast<uint16_t>(ls.value("sysCapSupported", 0)))});
+  table.rowIs({"Enabled capabilities", capabilityNames(static_cast<uint16_t>(ls.value("sysCapEnabled", 0)))});
+  for (const Json& addr : ls.value("managementAddress", Json::array())) {
+    table.rowIs({"Management address", addr.value("value", Json::object()).value("address", "")});
+  }
+  table.print(out);
+  out << "\n";
+  Table ports({"Interface", "Port ID", "Port description"});
+  for (const Json& port : ls.value("localPort", Json::array())) {
+    ports.rowIs({port.value("intfId", ""), port.value("portIdentifier", Json::object()).value("value", ""),
+                 port.value("portDesc", "")});
+  }
+  ports.print(out);
+}
+
+void renderClassification(const std::vector<ClassificationRow>& rows, std::ostream& out) {
+  Table table({"MAC address", "Interface", "Classification", "Description"});
+  for (const auto& r : rows) table.rowIs({r.ethAddr, r.intf, r.classification, r.description});
+  table.print(out);
+}
+
+void renderStatus(const Json& status, std::ostream& out) {
+  Table table({"Field", "Value"});
+  for (const auto& [key, value] : status.items()) {
+    if (key == "v" || key == "id" || key == "ok") continue;
+    if (key == "uptime" && value.is_number()) {
+      table.rowIs({key, ageText(value.get<double>())});
+    } else if (value.is_object()) {
+      for (const auto& [k, v] : value.items()) table.rowIs({key + "." + k, v.is_string() ? v.get<std::string>() : v.dump()});
+    } else {
+      table.rowIs({key, value.is_string() ? value.get<std::string>() : value.dump()});
+    }
+  }
+  table.print(out);
+}
+
+}  // namespace Cli

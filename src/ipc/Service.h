@@ -1,0 +1,113 @@
+// The state socket's requests: one JSON object in, one reply out, independent of how the bytes
+// travel. Subscriptions belong to the session that made them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "ipc/StateTypes.h"
+#include "ipc/Subscription.h"
+#include "platform/StateDb.h"
+
+namespace Ipc {
+
+inline constexpr int kProtocolVersion = 1;
+
+// The running configuration, kept by the daemon: keys and values checked exactly as the
+// configuration file's are. An empty interface names a global key.
+class ConfigService {
+ public:
+  virtual ~ConfigService() = default;
+  virtual bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value,
+                           std::string& error) = 0;
+  // Puts the key back to its default.
+  virtual bool configKeyDel(const std::string& intf, const std::string& key, std::string& error) = 0;
+  // The running configuration as the file would hold it.
+  virtual std::string configText() const = 0;
+  // Writes the running configuration back to its file, atomically.
+  virtual bool configSave(std::string& error) = 0;
+};
+
+// Who is at the other end of a session.
+struct Peer {
+  uid_t uid = 0;
+  pid_t pid = 0;
+};
+
+// One client as the service sees it.
+class Session {
+ public:
+  virtual ~Session();
+  // Queues one message line for the client.
+  virtual void send(const Json& message) = 0;
+  virtual const Peer& peer() const = 0;
+
+ private:
+  friend class Service;
+  std::map<uint64_t, std::unique_ptr<Subscription>> subscriptions_;
+  std::vector<std::string> ephemeralTlvClients_;
+};
+
+// Where the agent mounts what the service reads and writes.
+struct ServicePaths {
+  std::string status = "l2discovery/lldp/status/all";
+  std::string config = "l2discovery/lldp/config";
+  std::string localSystem = "l2discovery/lldp/localSystem";
+  std::string cliConfig = "l2discovery/lldp/cliConfig";
+  std::string remTablesCliConfig = "l2discovery/lldp/remTablesCliConfig";
+  std::string remTablesStatus = "l2discovery/lldp/remTablesStatus";
+  std::string externalTlvs = "l2discovery/lldp/externalTlvs";
+  std::string poePort = "environment/power/status/poePort";
+  std::string dot1x = "identity/dot1x/status";
+  std::string classification = "identity/nbrClassification/status";
+};
+
+
+class Service {
+ public:
+  using Paths = ServicePaths;
+
+  Service(Platform::StateDb& db, Paths paths = {});
+  ~Service();
+
+  void configServiceIs(ConfigService* config) { config_ = config; }
+  // Daemon figures added to the "status" reply (version, uptime, drops, resyncs).
+  void statusProviderIs(std::function<Json()> provider) { statusProvider_ = std::move(provider); }
+
+  // One request line; the reply to send (every request gets exactly one).
+  Json handle(const std::string& line, Session& session);
+  // The session is closing: its subscriptions and its short-lived TLVs go.
+  void sessionGone(Session& session);
+
+  size_t subscriptions() const { return subscriptionCount_; }
+
+ private:
+  Json dispatch(const Json& request, Session& session);
+  Json get(const Json& request);
+  Json list(const std::string& path);
+  Json neighbors(const Json& request);
+  Json interfaces(const Json& request);
+  Json status();
+  Json subscribe(const Json& request, Session& session);
+  Json unsubscribe(const Json& request, Session& session);
+  Json set(const Json& request, Session& session);
+  Json del(const Json& request, Session& session);
+  Json clear(const Json& request, Session& session);
+  Json externalTlvsIs(const std::string& client, const Json& value, Session& session);
+
+  Platform::StateDb& db_;
+  Paths paths_;
+  ConfigService* config_ = nullptr;
+  std::function<Json()> statusProvider_;
+  uint64_t nextSubscription_ = 1;
+  size_t subscriptionCount_ = 0;
+};
+
+// A reply refusing the request: {"ok": false, "error": {"code": code, "message": message}}.
+Json errorReply(const std::string& code, const std::string& message);
+
+}  // namespace Ipc

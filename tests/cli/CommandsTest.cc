@@ -1,0 +1,166 @@
+// `lldp` commands against a fake agent: tables and JSON from one model, error lines and exit
+// statuses, and the requests each command sends.
+#include <gmock/gmock.h>
+
+#include <deque>
+#include <sstream>
+
+#include "cli/Commands.h"
+#include "cli/Model.h"
+
+namespace CliTest {
+namespace {
+
+using Cli::Json;
+using testing::HasSubstr;
+
+struct FakeAgent : Cli::AgentQuery {
+  std::vector<Json> requests;
+  std::deque<Json> replies;
+  std::deque<Json> events;
+  bool reachable = true;
+  std::optional<Json> ask(const Json& request, std::string& error) override {
+    requests.push_back(request);
+    if (!reachable) {
+      error = "the LLDP agent is not running";
+      return std::nullopt;
+    }
+    if (replies.empty()) return Json{{"ok", false}, {"error", {{"code", "x"}, {"message", "no reply scripted"}}}};
+    Json reply = replies.front();
+    replies.pop_front();
+    return reply;
+  }
+  std::optional<Json> nextEvent() override {
+    if (events.empty()) return std::nullopt;
+    Json e = events.front();
+    events.pop_front();
+    return e;
+  }
+};
+
+Json neighbour(const char* chassis, const char* sysName, double created) {
+  return {{"msap", {{"chassisIdentifier", {{"subtype", 4}, {"value", chassis}}},
+                    {"portIdentifier", {{"subtype", 5}, {"value", "swp1"}}}}},
+          {"ttl", 120},
+          {"creationTime", created},
+          {"sysName", sysName},
+          {"sysCapSupported", 20},
+          {"sysCapEnabled", 4},
+          {"managementAddress", Json::array()}};
+}
+
+struct CommandsTest : ::testing::Test {
+  FakeAgent agent;
+  std::ostringstream out, err;
+  Cli::Context context{agent, out, err, false};
+  Json neighbours = {{"ok", true},
+                     {"now", 1000.0},
+                     {"portStatus",
+                      {{{"intfId", "Ethernet1"}, {"remoteSystem", {neighbour("02:00:00:00:00:99", "spine-a", 917)}}},
+                       {{"intfId", "Ethernet2"}, {"remoteSystem", Json::array()}}}}};
+};
+
+TEST_F(CommandsTest, NeighboursPrintAsAnAlignedTableWithAgesAndCapabilityNames) {
+  agent.replies.push_back(neighbours);
+  EXPECT_EQ(Cli::showNeighbors(context, {"Ethernet1"}, false), Cli::kExitOk);
+  EXPECT_EQ(agent.requests[0]["interfaces"], Json::array({"Ethernet1"}));
+  const std::string text = out.str();
+  EXPECT_THAT(text, HasSubstr("Interface  Chassis ID         Port ID  System name  Capabilities  TTL  Age"));
+  EXPECT_THAT(text, HasSubstr("Ethernet1  02:00:00:00:00:99  swp1     spine-a      bridge        120  1m23s"));
+  EXPECT_THAT(text, HasSubstr("Neighbors: 1"));
+
+  out.str("");
+  agent.replies.push_back(neighbours);
+  Cli::showNeighbors(context, {}, true);
+  EXPECT_THAT(out.str(), HasSubstr("(MAC address)"));
+  EXPECT_THAT(out.str(), HasSubstr("bridge, router"));
+}
+
+TEST_F(CommandsTest, JsonKeepsItsShapeWithNoneOneOrManyNeighbours) {
+  context.json = true;
+  agent.replies.push_back(neighbours);
+  Cli::showNeighbors(context, {}, false);
+  Json doc = Json::parse(out.str());
+  EXPECT_EQ(doc["schema"], Cli::kJsonSchema);
+  EXPECT_TRUE(doc["portStatus"][1]["remoteSystem"].is_array());
+  EXPECT_EQ(doc["portStatus"][0]["remoteSystem"][0]["sysName"], "spine-a");
+  EXPECT_FALSE(doc.contains("ok"));
+}
+
+TEST_F(CommandsTest, RefusalsAndAnAbsentAgentAreOneLineAndExitStatusOne) {
+  agent.replies.push_back({{"ok", false}, {"error", {{"code", "invalid"}, {"message", "messageTxInterval: 0 is out of range 5 to 32768"}}}});
+  EXPECT_EQ(Cli::configure(context, "", "messageTxInterval", "0"), Cli::kExitRefused);
+  EXPECT_EQ(err.str(), "lldp: the agent refused: messageTxInterval: 0 is out of range 5 to 32768\n");
+  EXPECT_EQ(agent.requests[0]["path"], "l2discovery/lldp/cliConfig");
+  EXPECT_FALSE(agent.requests[0].contains("interface"));
+
+  err.str("");
+  agent.reachable = false;
+  EXPECT_EQ(Cli::showStatus(context), Cli::kExitRefused);
+  EXPECT_EQ(err.str(), "lldp: the LLDP agent is not running\n");
+  EXPECT_TRUE(out.str().empty());
+}
+
+TEST_F(CommandsTest, InterfacesAndStatisticsComeFromOneReply) {
+  const Json reply = {{"ok", true},
+                      {"port",
+                       {{{"intfId", "Ethernet1"},
+                         {"portConfig", {{"adminStatus", 3}, {"enabledTlvs", 3}, {"dot3EnabledTlvs", 0},
+                                         {"mgmtAddrTxEnable", true}, {"portVlanTxEnable", false}}},
+                         {"localPort", {{"portIdentifier", {{"subtype", 5}, {"value", "Ethernet1"}}}}},
+                         {"portStatus", {{"txFramesTotal", 7}, {"rxFramesTotal", 5}, {"rxAgeoutsTotal", 2}}}},
+                        {{"intfId", "Ethernet9"}, {"portConfig", {{"adminStatus", 4}}}, {"localPort", nullptr},
+                         {"portStatus", nullptr}}}}};
+  agent.replies.push_back(reply);
+  agent.replies.push_back(reply);
+  Cli::showInterfaces(context, {});
+  EXPECT_THAT(out.str(), HasSubstr("Ethernet1  tx+rx"));
+  EXPECT_THAT(out.str(), HasSubstr("port-description,system-name,management-address"));
+  EXPECT_THAT(out.str(), HasSubstr("Ethernet9  disabled (inactive)"));
+  out.str("");
+  Cli::showStatistics(context, {});
+  EXPECT_THAT(out.str(), HasSubstr("Ageouts"));
+  EXPECT_THAT(out.str(), testing::MatchesRegex("(.|\n)*Ethernet1 +7 +0 +5 +0 +0 +0 +0 +2\n(.|\n)*"));
+}
+
+TEST_F(CommandsTest, WatchPrintsEachNeighbourEventWithItsReason) {
+  agent.replies.push_back({{"ok", true}, {"subscription", 1}});
+  agent.events.push_back(
+      {{"event", "changes"},
+       {"changes",
+        {{{"seq", 1}, {"kind", "added"}, {"path", "l2discovery/lldp/status/all/portStatus/Ethernet3/1/remoteSystem/1"},
+          {"type", "RemoteSystem"}, {"reason", "new"}, {"value", neighbour("02:00:00:00:00:99", "spine-a", 1)}},
+         {{"seq", 2}, {"kind", "removed"}, {"path", "l2discovery/lldp/status/all/portStatus/Ethernet3/1/remoteSystem/1"},
+          {"type", "RemoteSystem"}, {"reason", "aged out"}, {"value", neighbour("02:00:00:00:00:99", "spine-a", 1)}}}}});
+  agent.events.push_back({{"event", "disconnected"}, {"reason", "output not read"}});
+  EXPECT_EQ(Cli::watch(context), Cli::kExitRefused);
+  EXPECT_EQ(agent.requests[0]["types"], Json::array({"RemoteSystem"}));
+  EXPECT_EQ(out.str(),
+            "added Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): new\n"
+            "removed Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): aged out\n");
+  EXPECT_THAT(err.str(), HasSubstr("output not read"));
+}
+
+TEST_F(CommandsTest, TlvAddKeepsTheClientsOtherTlvs) {
+  agent.replies.push_back({{"ok", true},
+                           {"value", {{"portConfig", {{{"intfId", "Ethernet1"},
+                                                       {"unknownOrgDefTlv", {{{"key", {{"oui", "00-11-22"}, {"subtype", 1}, {"index", 1}}},
+                                                                              {"value", "01:02"}}}}}}}}}});
+  agent.replies.push_back({{"ok", true}});
+  EXPECT_EQ(Cli::tlvAdd(context, "probe", "Ethernet1", "00-11-22", 2, "0a0b"), Cli::kExitOk);
+  const Json& tlvs = agent.requests[1]["value"]["portConfig"][0]["unknownOrgDefTlv"];
+  ASSERT_EQ(tlvs.size(), 2u);
+  EXPECT_EQ(tlvs[0]["value"], "01:02");
+  EXPECT_EQ(tlvs[1]["subtype"], 2);
+}
+
+TEST(AgeText, ReadsLikeAClock) {
+  EXPECT_EQ(Cli::ageText(5), "5s");
+  EXPECT_EQ(Cli::ageText(83), "1m23s");
+  EXPECT_EQ(Cli::ageText(3 * 3600 + 5 * 60), "3h05m");
+  EXPECT_EQ(Cli::ageText(2 * 86400 + 3 * 3600), "2d03h");
+  EXPECT_EQ(Cli::ageText(-1), "-");
+}
+
+}  // namespace
+}  // namespace CliTest

@@ -1,0 +1,266 @@
+// The socket's requests against a whole agent in virtual time: reads, neighbour events with
+// their reasons batched per pass, and writes of the input paths.
+#include <gmock/gmock.h>
+
+#include "agent/AgentFixture.h"
+#include "ipc/Service.h"
+#include "records/LldpRecords.h"
+
+namespace IpcTest {
+namespace {
+
+using Ipc::Json;
+
+struct FakeSession : Ipc::Session {
+  std::vector<Json> sent;
+  Ipc::Peer peer_{0, 4242};
+  void send(const Json& message) override { sent.push_back(message); }
+  const Ipc::Peer& peer() const override { return peer_; }
+  // Every change event sent so far, flattened.
+  std::vector<Json> changes() const {
+    std::vector<Json> out;
+    for (const Json& m : sent) {
+      if (m.value("event", "") != "changes") continue;
+      for (const Json& c : m["changes"]) out.push_back(c);
+    }
+    return out;
+  }
+};
+
+struct FakeConfig : Ipc::ConfigService {
+  std::vector<std::string> calls;
+  bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value,
+                   std::string& error) override {
+    if (key == "messageTxInterval" && (value == "0" || value.size() > 5)) {
+      error = "messageTxInterval: " + value + " is out of range 5 to 32768";
+      return false;
+    }
+    calls.push_back(intf + "|" + key + "=" + value);
+    return true;
+  }
+  bool configKeyDel(const std::string& intf, const std::string& key, std::string&) override {
+    calls.push_back(intf + "|" + key + " deleted");
+    return true;
+  }
+  std::string configText() const override { return "[lldp]\n"; }
+  bool configSave(std::string& error) override {
+    error = "read-only file system";
+    return false;
+  }
+};
+
+struct ServiceTest : AgentTest::AgentFixture {
+  Ipc::Service service{db};
+  FakeSession session;
+  FakeConfig config;
+
+  ServiceTest() { service.configServiceIs(&config); }
+  ~ServiceTest() override { service.sessionGone(session); }
+
+  Json ask(const Json& request) { return service.handle(request.dump(), session); }
+  Json neighbourChange(size_t i) const { return session.changes().at(i); }
+  std::vector<std::string> kindsAndReasons() const {
+    std::vector<std::string> out;
+    for (const Json& c : session.changes()) {
+      if (c["type"] != "RemoteSystem") continue;
+      out.push_back(c["kind"].get<std::string>() + ":" + c.value("reason", ""));
+    }
+    return out;
+  }
+};
+
+TEST_F(ServiceTest, MalformedRequestsGetErrorRepliesAndTheIdComesBack) {
+  EXPECT_EQ(service.handle("{not json", session)["error"]["code"], "badRequest");
+  EXPECT_EQ(service.handle("[1,2]", session)["error"]["code"], "badRequest");
+  EXPECT_EQ(service.handle(std::string(100, '[') + std::string(100, ']'), session)["error"]["code"], "badRequest");
+  EXPECT_EQ(ask({{"op", "nope"}, {"id", 7}})["id"], 7);
+  EXPECT_EQ(ask({{"op", "nope"}})["error"]["code"], "unknownOp");
+  EXPECT_EQ(ask({{"op", "hello"}, {"v", 2}})["error"]["code"], "unsupportedVersion");
+  EXPECT_EQ(ask({{"op", 5}})["error"]["code"], "badRequest");
+  EXPECT_EQ(ask({{"op", "get"}, {"path", 5}})["error"]["code"], "badRequest");
+  EXPECT_TRUE(ask({{"op", "hello"}, {"v", 1}})["ok"]);
+}
+
+TEST_F(ServiceTest, GetReadsEntitiesListsPrefixesAndNeighboursByInterface) {
+  addPort("Ethernet1", 1);
+  addPort("Ethernet2", 2);
+  startAgent();
+  scheduler.runFor(5);
+  Json reply = ask({{"op", "get"}, {"path", "l2discovery/lldp/cliConfig"}});
+  EXPECT_EQ(reply["type"], "CliConfig");
+  EXPECT_EQ(reply["value"]["messageTxInterval"], 30);
+  EXPECT_TRUE(reply["value"]["portConfig"].is_array()) << "lists stay lists when empty";
+  reply = ask({{"op", "get"}, {"path", "l2discovery/lldp"}});
+  EXPECT_THAT(reply["children"].dump(), testing::HasSubstr("\"cliConfig\""));
+  EXPECT_EQ(ask({{"op", "get"}, {"path", "no/such/path"}})["error"]["code"], "notFound");
+
+  reply = ask({{"op", "neighbors"}, {"interfaces", {"Ethernet2"}}});
+  ASSERT_EQ(reply["portStatus"].size(), 1u);
+  EXPECT_EQ(reply["portStatus"][0]["intfId"], "Ethernet2");
+  ASSERT_EQ(reply["portStatus"][0]["remoteSystem"].size(), 1u);
+  EXPECT_EQ(reply["portStatus"][0]["remoteSystem"][0]["msap"]["chassisIdentifier"]["value"], "02:00:00:00:00:99");
+
+  reply = ask({{"op", "interfaces"}});
+  ASSERT_EQ(reply["port"].size(), 2u);
+  EXPECT_GT(reply["port"][0]["portStatus"]["txFramesTotal"].get<int>(), 0);
+  EXPECT_FALSE(reply["port"][0]["portStatus"].contains("remoteSystem"));
+  service.statusProviderIs([] { return Json{{"version", "9.9"}, {"netlinkResyncs", 3}}; });
+  reply = ask({{"op", "status"}});
+  EXPECT_EQ(reply["neighbors"], 2);
+  EXPECT_EQ(reply["version"], "9.9");
+}
+
+TEST_F(ServiceTest, NeighbourEventsCarryKindsReasonsAndSequenceNumbersInOneBatchPerPass) {
+  addPort("Ethernet1", 1);
+  addPort("Ethernet2", 2);
+  startAgent();
+  Json reply = ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/status/all"}, {"types", {"RemoteSystem"}}});
+  ASSERT_TRUE(reply["ok"]) << reply.dump();
+  scheduler.runFor(5);
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"added:new", "added:new"}));
+  EXPECT_EQ(neighbourChange(0)["seq"], 1);
+  EXPECT_EQ(neighbourChange(1)["seq"], 2);
+  EXPECT_EQ(neighbourChange(0)["value"]["sysName"], neighbourChange(0)["value"]["sysName"]);
+  session.sent.clear();
+
+  scheduler.runFor(60);  // refreshes with the same content are no change
+  EXPECT_TRUE(kindsAndReasons().empty());
+
+  peer->localSystem->sysNameIs(Lldp::BoundedString255("renamed"));
+  scheduler.runFor(5);
+  ASSERT_EQ(kindsAndReasons(), (std::vector<std::string>{"changed:changed", "changed:changed"}));
+  EXPECT_EQ(session.changes()[0]["value"]["sysName"], "renamed");
+  EXPECT_EQ(session.changes()[0]["seq"], 3);
+  session.sent.clear();
+
+  wire.unlink("peer:Ethernet2");
+  phyDir->intfStatus("Ethernet2")->linkStatusIs(Interface::LinkStatus::linkDown);
+  scheduler.runPending();
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:link down"}));
+  session.sent.clear();
+
+  wire.unlink("peer:Ethernet1");
+  scheduler.runFor(130);
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:aged out"}));
+}
+
+TEST_F(ServiceTest, ClearAndPortRemovalAreTheReasonsTheirNeighboursGo) {
+  addPort("Ethernet1", 1);
+  addPort("Ethernet2", 2);
+  startAgent();
+  scheduler.runFor(5);
+  ASSERT_TRUE(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/status/all"}, {"types", {"RemoteSystem"}}})["ok"]);
+  Json reply = ask({{"op", "clear"}, {"origin", "lldp clear neighbors"}});
+  ASSERT_TRUE(reply["ok"]) << reply.dump();
+  scheduler.runPending();
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:cleared", "removed:cleared"}));
+  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u);
+  EXPECT_EQ(ask({{"op", "clear"}, {"interface", "Ethernet1"}})["error"]["code"], "invalid");
+  session.sent.clear();
+
+  scheduler.runFor(35);  // learnt again
+  session.sent.clear();
+  phyDir->intfStatusDel("Ethernet1");
+  scheduler.runFor(1);
+  EXPECT_THAT(kindsAndReasons(), testing::Contains("removed:port removed"));
+}
+
+TEST_F(ServiceTest, ShutdownLldpduIsTheReason) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  scheduler.runFor(5);
+  ASSERT_TRUE(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/status/all"}, {"types", {"RemoteSystem"}}})["ok"]);
+  // The peer's last word: its MSAP with a time-to-live of 0.
+  const auto rs = localStatus()->portStatus("Ethernet1")->remoteSystem().begin().value();
+  std::vector<uint8_t> frame = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0x01, 0x01, 0x88, 0xcc};
+  auto tlv = [&](int type, uint8_t subtype, std::string_view value) {
+    const bool withSubtype = type == 1 || type == 2;
+    const size_t length = value.size() + (withSubtype ? 1 : 0);
+    frame.push_back(static_cast<uint8_t>(type << 1 | length >> 8));
+    frame.push_back(static_cast<uint8_t>(length));
+    if (withSubtype) frame.push_back(subtype);
+    frame.insert(frame.end(), value.begin(), value.end());
+  };
+  tlv(1, rs->msap().chassisIdentifier.subtype, rs->msap().chassisIdentifier.value.view());
+  tlv(2, rs->msap().portIdentifier.subtype, rs->msap().portIdentifier.value.view());
+  tlv(3, 0, std::string_view("\0\0", 2));
+  tlv(0, 0, "");
+  wire.inject("dut:Ethernet1", frame);
+  scheduler.runFor(1);
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:shutdown LLDPDU"}));
+}
+
+TEST_F(ServiceTest, WritesReachOnlyInputPathsAndConfigurationGoesThroughTheSchema) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  EXPECT_EQ(ask({{"op", "set"}, {"path", "l2discovery/lldp/config"}, {"value", Json::object()}})["error"]["code"],
+            "notWritable");
+  Json reply = ask({{"op", "set"}, {"path", "l2discovery/lldp/cliConfig"}, {"key", "messageTxInterval"}, {"value", 0}});
+  EXPECT_EQ(reply["error"]["code"], "invalid");
+  EXPECT_THAT(reply["error"]["message"].get<std::string>(), testing::HasSubstr("out of range"));
+  EXPECT_TRUE(ask({{"op", "set"}, {"path", "l2discovery/lldp/cliConfig"}, {"key", "adminStatus"},
+                   {"interface", "Ethernet1"}, {"value", "rxOnly"}})["ok"]);
+  EXPECT_TRUE(ask({{"op", "delete"}, {"path", "l2discovery/lldp/cliConfig"}, {"key", "sysNameTlvEnabled"}})["ok"]);
+  EXPECT_EQ(config.calls, (std::vector<std::string>{"Ethernet1|adminStatus=rxOnly", "|sysNameTlvEnabled deleted"}));
+  EXPECT_EQ(ask({{"op", "save"}})["error"]["message"], "read-only file system");
+  EXPECT_EQ(ask({{"op", "config"}})["config"], "[lldp]\n");
+
+  reply = ask({{"op", "set"}, {"path", "identity/dot1x/status"}, {"value", {{"lldpBypass", "yes"}}}});
+  EXPECT_EQ(reply["error"]["code"], "invalid");
+  EXPECT_TRUE(ask({{"op", "set"}, {"path", "identity/dot1x/status"}, {"value", {{"lldpBypass", true}}}})["ok"]);
+  EXPECT_TRUE(db.lookup<Identity::Dot1x::Status>("identity/dot1x/status")->lldpBypass());
+
+  EXPECT_EQ(ask({{"op", "set"}, {"path", "environment/power/status/poePort/Ethernet1"},
+                 {"value", {{"poweredDeviceClass", 99}}}})["error"]["code"],
+            "invalid");
+  EXPECT_FALSE(db.entity("environment/power/status/poePort/Ethernet1")) << "a refused write changes nothing";
+  EXPECT_TRUE(ask({{"op", "set"}, {"path", "environment/power/status/poePort/Ethernet1"},
+                   {"value", {{"grantedPower", 15.4}, {"poweredDeviceClass", 3}, {"lldpNegotiationSupported", true}}}})["ok"]);
+  EXPECT_EQ(db.lookup<Environment::Power::PoePortStatus>("environment/power/status/poePort/Ethernet1")->poweredDeviceClass(), 3);
+  EXPECT_TRUE(ask({{"op", "delete"}, {"path", "environment/power/status/poePort/Ethernet1"}})["ok"]);
+  EXPECT_FALSE(db.entity("environment/power/status/poePort/Ethernet1"));
+}
+
+TEST_F(ServiceTest, AnExternalTlvReachesTheWireAndLeavesWithItsShortLivedClient) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  scheduler.runFor(5);
+  const Json tlvs = {{"portConfig",
+                      {{{"intfId", "Ethernet1"},
+                        {"unknownOrgDefTlv", {{{"oui", "00-11-22"}, {"subtype", 9}, {"value", "de:ad:be:ef"}}}}}}},
+                     {"ephemeral", true}};
+  Json bad = tlvs;
+  bad["portConfig"][0]["unknownOrgDefTlv"][0]["value"] = std::string(1016, 'a');
+  EXPECT_EQ(ask({{"op", "set"}, {"path", "l2discovery/lldp/externalTlvs/probe"}, {"value", bad}})["error"]["code"], "invalid");
+  EXPECT_EQ(ask({{"op", "set"}, {"path", "l2discovery/lldp/externalTlvs/a/b"}, {"value", tlvs}})["error"]["code"], "invalid");
+  ASSERT_TRUE(ask({{"op", "set"}, {"path", "l2discovery/lldp/externalTlvs/probe"}, {"value", tlvs}})["ok"]);
+  scheduler.runFor(5);
+  ASSERT_TRUE(heard("Ethernet1"));
+  EXPECT_EQ(heard("Ethernet1")->unknownOrgDefTlvs(), 1u);
+
+  service.sessionGone(session);
+  scheduler.runFor(5);
+  EXPECT_EQ(heard("Ethernet1")->unknownOrgDefTlvs(), 0u);
+}
+
+TEST_F(ServiceTest, UnsubscribeStopsEventsAndSubscriptionsAreLimited) {
+  startAgent();
+  Json reply = ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}, {"snapshot", true}});
+  ASSERT_TRUE(reply["ok"]);
+  EXPECT_EQ(reply["value"]["enabled"], true);
+  cliConfig()->messageTxIntervalIs(10u);
+  cliConfig()->messageTxIntervalIs(11u);
+  scheduler.runPending();
+  ASSERT_EQ(session.changes().size(), 1u) << "changes of one entity in one pass are one event";
+  EXPECT_EQ(session.changes()[0]["value"]["messageTxInterval"], 11);
+  EXPECT_TRUE(ask({{"op", "unsubscribe"}, {"subscription", reply["subscription"]}})["ok"]);
+  cliConfig()->messageTxIntervalIs(12u);
+  scheduler.runPending();
+  EXPECT_EQ(session.changes().size(), 1u);
+  for (int i = 0; i < 16; ++i) ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}});
+  EXPECT_EQ(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}})["error"]["code"], "limit");
+  EXPECT_EQ(ask({{"op", "subscribe"}, {"path", "no/where"}})["error"]["code"], "notFound");
+}
+
+}  // namespace
+}  // namespace IpcTest
