@@ -1,5 +1,6 @@
 // lldp-agent: options, the configuration file, start-up with systemd readiness, signals
 // (reload, shutdown), watchdog and status, privileges.
+#include <grp.h>
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -156,6 +157,12 @@ int main(int argc, char** argv) {
   int exitCode = 0;
   std::unique_ptr<Daemon::ControlSocket> socket;
 #ifdef LLDP_HAVE_STATE_SOCKET
+  // A fresh install may not have made the default group yet: the socket is then root's alone,
+  // rather than the agent refusing to run. A group named on the command line must exist.
+  if (app.get_option("--socket-group")->count() == 0 && getgrnam(cl.socketGroup.c_str()) == nullptr) {
+    std::cerr << "lldp-agent: no group " << cl.socketGroup << ": the state socket is for root only\n";
+    cl.socketGroup.clear();
+  }
   socket = Daemon::makeControlSocket(daemon, {cl.socketPath, cl.socketGroup});
 #endif
   const auto fail = [&](const std::string& error) {

@@ -121,7 +121,7 @@ TEST_F(ProcessTest, TwoAgentsLearnEachOtherKeepThemOnReloadAndStopInOrder) {
   std::ofstream(file("b.toml")) << "transmit-interval = 5\nsystem.name = \"beta\"\n";
   const auto start = [&](const std::string& ns, const std::string& name) {
     pids_.push_back(spawn({"ip", "netns", "exec", ns, LLDP_AGENT_BINARY, "--config", file(name + ".toml"), "--log",
-                           "stderr"},
+                           "stderr", "--socket", file(name + ".sock")},
                           file(name + ".log")));
     return pids_.back();
   };
@@ -160,7 +160,7 @@ TEST_F(ProcessTest, AnAgentRunningAsAnotherUserStillOpensPortsThatAppearLater) {
                   " link set ua up && ip -n " + ns + " link set ub up"));
   std::ofstream(file("u.toml")) << "transmit-interval = 5\n";
   pids_.push_back(spawn({"ip", "netns", "exec", ns, LLDP_AGENT_BINARY, "--config", file("u.toml"), "--log", "stderr",
-                         "--user", "nobody"},
+                         "--user", "nobody", "--socket", file("u.sock")},
                         file("u.log")));
   const auto learnt = [&] { return occurrences(readFile(file("u.log")), "LLDP_NEIGHBOR_NEW"); };
   ASSERT_TRUE(eventually([&] { return learnt() == 2; }, 10s)) << readFile(file("u.log"));
