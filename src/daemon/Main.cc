@@ -142,7 +142,7 @@ int main(int argc, char** argv) {
   }
   if (cl.checkConfig) return checkConfigOnly(load, cl.configPath);
   if (!cl.traceSpec.empty() && !Platform::traceLevelsIs(cl.traceSpec)) {
-    std::cerr << "--trace: '" << cl.traceSpec << "' is not a trace specification such as LldpAgent/8,*/2\n";
+    std::cerr << "--trace: '" << cl.traceSpec << "' is not a list of trace levels such as LldpAgent/8,*/2\n";
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);  // a client gone mid-reply is an error return, not a kill
