@@ -60,6 +60,7 @@ bool isPhysicalNic(const LinkFacts& link) { return link.arpType == ARPHRD_ETHER 
 bool isBridge(const LinkFacts& link) { return link.kind == "bridge"; }
 bool isLag(const LinkFacts& link) { return link.kind == "bond" || link.kind == "team"; }
 bool isVrf(const LinkFacts& link) { return link.kind == "vrf"; }
+bool isLagMember(const LinkFacts& link) { return link.slaveKind == "bond" || link.slaveKind == "team"; }
 
 Numbering linkNumbering(const LinkFacts& link, const LinkFacts* master) {
   Numbering n;
@@ -107,8 +108,7 @@ Interface::ForwardingModel forwardingModelOf(const LinkFacts& link, const LinkFa
 }
 
 Konet::EthAddr portMacOf(const LinkFacts& link) {
-  const bool member = link.slaveKind == "bond" || link.slaveKind == "team";
-  if (member && !link.permAddr.isZero()) return link.permAddr;
+  if (isLagMember(link) && !link.permAddr.isZero()) return link.permAddr;
   return link.addr;
 }
 

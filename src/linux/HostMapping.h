@@ -21,9 +21,12 @@
 //   linkStatus                            IF_OPER_UP -> linkUp; DOWN, LOWERLAYERDOWN,  An unknown operstate (drivers without
 //                                         NOTPRESENT, DORMANT -> linkDown; UNKNOWN    carrier reporting) follows IFF_RUNNING
 //                                         -> IFF_RUNNING; TESTING -> unknown
-//   addr                                  IFLA_ADDRESS; for a bond/team member its   Members carry the bond's MAC: the permanent
-//                                         permanent MAC (IFLA_PERM_ADDRESS, else     one keeps port ids and source MACs unique
-//                                         the bond's IFLA_BOND_SLAVE_PERM_HWADDR)
+//   addr                                  IFLA_ADDRESS; for a bond/team member its   Members carry the LAG's MAC: the permanent
+//                                         permanent MAC: IFLA_PERM_ADDRESS (a NIC's  one keeps port ids and source MACs unique
+//                                         burnt-in MAC), else the bond's
+//                                         IFLA_BOND_SLAVE_PERM_HWADDR, else the MAC
+//                                         the link had when it joined (a veth in a
+//                                         team: the kernel does not expose it)
 //   forwardingModel                       bridged (3) when its master (or its        LLDP runs from 3 up; dataLink (2) and
 //                                         bond's master) is a bridge or an OVS      discarded (1) are never given: an admin-
 //                                         datapath; routed (4) otherwise             down port is link down, not discarded
@@ -46,8 +49,10 @@
 //                                         else access                                transmission
 //   nativeVlan                            the port's PVID on a VLAN-aware bridge,    Port VLAN ID TLV
 //                                         else none
-// Bridging::HwCapabilities.maxFrameSize   the smallest MTU + 18 over the selected    One value for every port: the smallest one
-//                                         Ethernet ports (1518 when there is none)   every port takes, never an overstatement
+// Bridging::HwCapabilities.maxFrameSize   the smallest MTU + 18 over the selected    One value for every non-management port:
+//                                         Ethernet ports, management ports aside     the smallest one every port takes, never
+//                                         (1518 when there is none)                  an overstatement; a management port's
+//                                                                                    comes from its own maxMtu (+ 18)
 // Routing::Config.routing                 net.ipv4.conf.all.forwarding (netconf)     Router capability bit
 // Ip::IpIntfStatus                        one per link with a counted IPv4 address   Counted: scope global (127.0.0.1 is host)
 //   activeAddrWithMask                    the numerically smallest primary address   Stable across resyncs and event order
@@ -107,6 +112,8 @@ bool isEthernetWire(const LinkFacts& link);
 bool isPhysicalNic(const LinkFacts& link);
 bool isBridge(const LinkFacts& link);
 bool isLag(const LinkFacts& link);
+// A bond or team member.
+bool isLagMember(const LinkFacts& link);
 bool isVrf(const LinkFacts& link);
 
 // The interface kind and numbers of a link; master is the link's master or null.

@@ -72,6 +72,18 @@ void HostState::linkIs(const LinkFacts& facts) {
   // The VLANs come from the bridge's own messages.
   merged.pvid = entry.facts.pvid;
   merged.taggedVlans = entry.facts.taggedVlans;
+  // A member the kernel reports no permanent address for (a veth in a team: the team driver keeps
+  // the original to itself) keeps the address it had before it joined, so members never share
+  // the LAG's MAC. Some team modes give the port the team's MAC just before linking it.
+  if (!isLagMember(entry.facts) && entry.facts.addr != merged.addr) entry.formerAddr = entry.facts.addr;
+  if (isLagMember(merged) && merged.permAddr.isZero()) {
+    const LinkFacts* lag = link(merged.master);
+    if (isLagMember(entry.facts)) {
+      merged.permAddr = entry.facts.permAddr;
+    } else {
+      merged.permAddr = lag && lag->addr == entry.facts.addr ? entry.formerAddr : entry.facts.addr;
+    }
+  }
   if (merged == entry.facts) return;
   if (entry.facts.master != merged.master) dirty_.insert(entry.facts.master);
   dirty_.insert(merged.master);
@@ -218,7 +230,9 @@ void HostState::publish(const LinkFacts& l) {
   ++intfWrites_;
   const LinkFacts* m = master(l);
   // The kind is known before any record under the name appears.
-  Konet::IntfPlatformTable::intfIs(l.name, linkNumbering(l, m));
+  const Konet::IntfId::Numbering numbering = linkNumbering(l, m);
+  Konet::IntfPlatformTable::intfIs(l.name, numbering);
+  links_[l.ifIndex].management = numbering.kind == Konet::IntfId::Kind::management;
   published_[l.ifIndex] = l.name;
   const Konet::IntfId id(l.name);
   if (auto& r = records_.kernelNetInfo) r->deviceIs(l.name, KernelNetInfo::Device{l.ifIndex, l.addr});
@@ -365,7 +379,8 @@ void HostState::publishGlobals() {
     if (!isEthernetWire(l)) continue;
     if (!nic && isPhysicalNic(l)) nic = &l;
     if (!wire) wire = &l;
-    if (!selection_.selected(l.name)) continue;
+    // Management ports advertise their own MTU; they must not lower everyone else's.
+    if (!selection_.selected(l.name) || entry.management) continue;
     const uint32_t size = frameSizeOf(l);
     frameSize = frameSize ? std::min(frameSize, size) : size;
   }

@@ -86,6 +86,8 @@ class HostState {
     LinkFacts facts;
     uint64_t generation = 0;
     uint64_t bridgeGeneration = 0;
+    Konet::EthAddr formerAddr;  // the address before the last change outside a LAG
+    bool management = false;    // as last published
   };
   struct Ip4Entry {
     bool secondary = false;

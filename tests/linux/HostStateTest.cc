@@ -10,6 +10,7 @@
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
 
+#include "HostFixture.h"
 #include "input/LldpInputSm.h"
 #include "linux/HostState.h"
 #include "linux/IntfSelection.h"
@@ -20,21 +21,6 @@ namespace {
 
 using Linux::LinkFacts;
 using Kind = Konet::IntfId::Kind;
-
-Linux::HostRecords allRecords() {
-  Linux::HostRecords r;
-  r.ethPhyIntfStatusDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();
-  r.ethPhyIntfConfigDir = Platform::make<Interface::AllEthPhyIntfConfigDir>();
-  r.allIntfStatusDir = Platform::make<Interface::AllIntfStatusDir>();
-  r.ethLagIntfStatusDir = Platform::make<Interface::EthLagIntfStatusDir>();
-  r.bridgingConfig = Platform::make<Bridging::Config>();
-  r.bridgingHwCapabilities = Platform::make<Bridging::HwCapabilities>();
-  r.routingConfig = Platform::make<Routing::Config>();
-  r.ipStatus = Platform::make<Ip::Status>();
-  r.ip6Status = Platform::make<Ip6::Status>();
-  r.kernelNetInfo = Platform::make<KernelNetInfo::Status>();
-  return r;
-}
 
 LinkFacts wire(int32_t ifIndex, const std::string& name, const std::string& kind = "veth") {
   LinkFacts l;
@@ -58,7 +44,7 @@ LinkFacts master(int32_t ifIndex, const std::string& name, const std::string& ki
 class HostStateTest : public ::testing::Test {
  protected:
   void TearDown() override { Konet::IntfPlatformTable::clear(); }
-  Linux::HostRecords r = allRecords();
+  Linux::HostRecords r = HostTest::hostRecords();
   Linux::HostState state{r};
 };
 
@@ -173,6 +159,73 @@ TEST_F(HostStateTest, BondMembersUseTheirPermanentMacAndFollowTheBondsRole) {
   state.flush();
   EXPECT_EQ(lag->members(), 1u);
   EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("m13")->forwardingModel(), Interface::ForwardingModel::routed);
+}
+
+// The kernel keeps no permanent MAC for a veth in a team; the port keeps the one it had before.
+TEST_F(HostStateTest, TeamMembersKeepTheMacTheyHadBeforeJoining) {
+  LinkFacts team = master(20, "team0", "team");
+  state.linkIs(team);
+  LinkFacts a = wire(21, "t1"), b = wire(22, "t2");
+  const Konet::EthAddr ownA = a.addr, ownB = b.addr;
+  state.linkIs(a);
+  state.linkIs(b);
+  state.flush();
+  auto join = [&](LinkFacts& m) {
+    m.master = 20;
+    m.slaveKind = "team";
+    state.linkIs(m);
+  };
+  // t1 joins and then takes the team's MAC; t2 is given the team's MAC just before it joins.
+  join(a);
+  a.addr = team.addr;
+  state.linkIs(a);
+  b.addr = team.addr;
+  state.linkIs(b);
+  join(b);
+  state.flush();
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("t1")->addr(), ownA);
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("t2")->addr(), ownB);
+  // A NIC's burnt-in MAC, when the kernel gives one, wins.
+  LinkFacts nic = wire(23, "eno3", "");
+  nic.permAddr = Konet::EthAddr(0x0c, 0, 0, 0, 0, 3);
+  join(nic);
+  state.flush();
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("eno3")->addr(), nic.permAddr);
+
+  // A resync that finds them unchanged rewrites nothing; out of the team, the kernel's address counts.
+  const uint64_t writes = state.intfWrites();
+  state.resyncBegins();
+  for (const LinkFacts* l : {&team, &a, &b, &nic}) state.linkIs(*l);
+  state.sweepLinks();
+  state.flush();
+  EXPECT_EQ(state.intfWrites(), writes);
+  a.master = 0;
+  a.slaveKind.clear();
+  state.linkIs(a);
+  state.flush();
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("t1")->addr(), team.addr);
+}
+
+// One frame size for every port: the smallest MTU + 18, a management port's own MTU aside.
+TEST_F(HostStateTest, FrameSizeIsTheSmallestPortMtu) {
+  LinkFacts big = wire(2, "p2"), small = wire(3, "p3"), mgmt = wire(4, "mgmt0");
+  big.mtu = 9000;
+  small.mtu = 1500;
+  mgmt.mtu = 1280;
+  for (const LinkFacts* l : {&big, &small, &mgmt}) state.linkIs(*l);
+  state.flush();
+  EXPECT_EQ(Konet::IntfId("mgmt0").kind(), Kind::management);
+  EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 1518);
+  small.mtu = 9216;
+  state.linkIs(small);
+  state.flush();
+  EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 9018);
+  state.intfSelectionIs(Linux::IntfSelection({}, {"p2"}));  // an excluded port does not count
+  EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 9234);
+  small.mtu = 65535;  // clamped to what 16 bits carry
+  state.linkIs(small);
+  state.flush();
+  EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 65535);
 }
 
 TEST_F(HostStateTest, VlanAwareBridgeGivesPvidModeAndChassisMac) {
