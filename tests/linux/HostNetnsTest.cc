@@ -36,9 +36,11 @@ class HostNetnsTest : public HostTest::HostNetnsFixture {
 TEST_F(HostNetnsTest, KernelChangesReachTheRecordsAndThePeer) {
   startAgent();
   peerLinkIs("uplink", "peer0");
-  step("veth pair", "ip link set uplink up",
+  peerLinkIs("mgmt0", "peer2");
+  step("veth pair", "ip link set uplink up && ip link set mgmt0 up",
        [&] { return phy("uplink") && r.ethPhyIntfConfigDir->intfConfig("uplink")->enabled(); },
-       peerHears("peer0", "uplink"), kTxDelay + kLinkWatch);
+       [&, up = peerHears("peer0", "uplink"), mgmt = peerHears("peer2", "mgmt0")] { return up() && mgmt(); },
+       kTxDelay + kLinkWatch);
   EXPECT_EQ(phy("uplink")->linkStatus(), Interface::LinkStatus::linkUp);
   EXPECT_EQ(Konet::IntfId("uplink").kind(), Konet::IntfId::Kind::ethernet);  // by link type, not name
   EXPECT_EQ(ifIndexOf("uplink"), r.kernelNetInfo->device("uplink").ifIndex);
@@ -47,9 +49,16 @@ TEST_F(HostNetnsTest, KernelChangesReachTheRecordsAndThePeer) {
        [&] { return r.ethPhyIntfConfigDir->intfConfig("uplink")->description() == "to spine"; },
        peerHears("peer0", "uplink", [](auto& rs) { return rs.portDesc() == "to spine"; }));
 
-  step("mtu", "ip link set uplink mtu 9000",
-       [&] { return phy("uplink")->maxMtu() == 9000 && r.bridgingHwCapabilities->maxFrameSize() == 9018; },
-       peerHears("peer0", "uplink", [](auto& rs) { return rs.maximumFrameSizeInfo().value == 9018; }));
+  // Every port advertises the frame size its MTU allows; a management port its own.
+  step("mtu", "ip link set uplink mtu 9000 && ip link set mgmt0 mtu 1400",
+       [&] {
+         return phy("uplink")->maxMtu() == 9000 && r.bridgingHwCapabilities->maxFrameSize() == 9018 &&
+                phy("mgmt0")->maxMtu() == 1400;
+       },
+       [&, up = peerHears("peer0", "uplink", [](auto& rs) { return rs.maximumFrameSizeInfo().value == 9018; }),
+        mgmt = peerHears("peer2", "mgmt0", [](auto& rs) { return rs.maximumFrameSizeInfo().value == 1418; })] {
+         return up() && mgmt();
+       });
 
   // IPv6 first: it then replaces the bridge-MAC fallback address, which the engine acts on at once.
   cliConfig->ip6MgmtAddrIntfNameIs(Konet::IntfId("uplink"));
