@@ -158,15 +158,18 @@ class HostNetnsFixture : public ::testing::Test {
     peer->addPort(theirs, Konet::EthAddr(2, 0x70, 0, 0, 0, static_cast<uint8_t>(++peerPorts_ + 1)));
   }
 
-  // The first neighbour on the peer's port that satisfies pred.
-  Lldp::RemoteSystem::Ptr heard(const std::string& theirs,
-                                const std::function<bool(const Lldp::RemoteSystem&)>& pred) const {
-    const Lldp::PortStatus::Ptr port = peer->status->portStatus(theirs);
-    if (!port) return nullptr;
-    for (auto it = port->remoteSystem().begin(); it; ++it) {
-      if (pred(*it.value())) return it.value();
-    }
-    return nullptr;
+  // Whether the peer heard, on its port theirs, an LLDPDU from our port portId for which pred holds.
+  std::function<bool()> peerHears(const std::string& theirs, const std::string& portId,
+                                  std::function<bool(const Lldp::RemoteSystem&)> pred = nullptr) const {
+    return [=, this] {
+      const Lldp::PortStatus::Ptr port = peer->status->portStatus(theirs);
+      if (!port) return false;
+      for (auto it = port->remoteSystem().begin(); it; ++it) {
+        const Lldp::RemoteSystem& rs = *it.value();
+        if (rs.msap().portIdentifier.stringValue() == portId && (!pred || pred(rs))) return true;
+      }
+      return false;
+    };
   }
 
   // Runs the event loop until pred holds; the seconds it took (more than limit: it never held).
