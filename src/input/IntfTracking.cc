@@ -151,8 +151,10 @@ MgmtEthPhyIntfStatusSm::MgmtEthPhyIntfStatusSm(Interface::EthPhyIntfStatus::Ptr 
 void MgmtEthPhyIntfStatusSm::handleMaxMtu() {
   const LocalPort::Ptr& localPort = root_->localSystem()->localPort(ethPhyIntfStatus_->intfId());
   if (!localPort) return;
-  // The MTU plus the Ethernet header (14) and frame check sequence (4).
-  localPort->maximumFrameSizeInfoIs(MaximumFrameSizeInfo{static_cast<uint16_t>(ethPhyIntfStatus_->maxMtu() + 18)});
+  // The MTU plus the Ethernet header (14) and frame check sequence (4); a huge MTU from the host
+  // must not wrap the 16-bit frame size.
+  const uint64_t frameSize = std::min<uint64_t>(uint64_t{ethPhyIntfStatus_->maxMtu()} + 18, 0xffff);
+  localPort->maximumFrameSizeInfoIs(MaximumFrameSizeInfo{static_cast<uint16_t>(frameSize)});
 }
 
 EthLagIntfStatusSm::EthLagIntfStatusSm(Interface::EthLagIntfStatus::Ptr ethLagIntfStatus, Root* root)
