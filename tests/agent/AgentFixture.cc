@@ -33,7 +33,9 @@ std::vector<uint8_t> NeighbourFrame::frame() const {
   out[13] = Lldp::kLldpEtherType & 0xff;
   uint8_t* cursor = out.data() + 14;
   const uint8_t* end = out.data() + out.size();
-  for (const WireTlv& t : tlvs_) EXPECT_TRUE(Lldp::putTlv(cursor, end, t.type, static_cast<int>(t.info.size()), t.info.data()));
+  for (const WireTlv& t : tlvs_) {
+    EXPECT_TRUE(Lldp::putTlv(cursor, end, t.type, static_cast<int>(t.info.size()), t.info.data()));
+  }
   EXPECT_TRUE(Lldp::putTlv(cursor, end, Lldp::kTlvEnd, 0, nullptr));
   out.resize(static_cast<size_t>(cursor - out.data()));
   return out;
@@ -63,8 +65,8 @@ AgentFixture::AgentFixture() {
 
   peer = std::make_unique<Demo::StandaloneEngine>(
       scheduler, "peer", Konet::EthAddr(0x02, 0, 0, 0, 0, 0x99), [this](Lldp::Agent::Protocol::Root& r) {
-        return std::make_unique<Platform::SimPamManager>(r.desiredIntfDir(), r.pamCollection(),
-                                                         r.deviceIntfStatusDir(), r.scheduler(), wire, "peer");
+        return std::make_unique<Platform::SimPamManager>(r.desiredIntfDir(), r.pamCollection(), r.deviceIntfStatusDir(),
+                                                         r.scheduler(), wire, "peer");
       });
 }
 

@@ -25,7 +25,9 @@ struct WireTlv {
   // Organisationally specific TLVs: the OUI, the subtype and what follows them.
   uint32_t oui() const { return info.size() < 4 ? 0 : uint32_t(info[0]) << 16 | info[1] << 8 | info[2]; }
   int subtype() const { return info.size() < 4 ? -1 : info[3]; }
-  std::vector<uint8_t> orgInfo() const { return info.size() < 4 ? info : std::vector<uint8_t>(info.begin() + 4, info.end()); }
+  std::vector<uint8_t> orgInfo() const {
+    return info.size() < 4 ? info : std::vector<uint8_t>(info.begin() + 4, info.end());
+  }
 };
 
 // An LLDPDU of a test neighbour: chassis (its MAC), port and time-to-live, then what the test adds.

@@ -117,13 +117,13 @@ TEST_F(AgentLocalInfoTest, TheTransmitOptionSendsTheNamedInterfacesAddressAlone)
   ip6->intfIs("Management1")->addrIs({*Arnet::Ip6Addr::parse("2001:db8::5"), 64}, true);
   cli->ip6MgmtAddrIntfNameIs("Management1");
   scheduler.runFor(31);  // the IPv6 address is not among what makes an LLDPDU at once
-  EXPECT_EQ(managementAddressesSent("Ethernet1"),
-            (Strings{"20010db8000000000000000000000005 #999", "1.1.1.1 #500"}));
+  EXPECT_EQ(managementAddressesSent("Ethernet1"), (Strings{"20010db8000000000000000000000005 #999", "1.1.1.1 #500"}));
 }
 
 // Network policy TLV info for one application: type, then U/T/X, VLAN, priority and DSCP bits.
 std::vector<uint8_t> networkPolicy(uint8_t app, bool tagged, uint16_t vlan, uint8_t priority, uint8_t dscp) {
-  const uint32_t bits = (tagged ? 1u << 22 : 0) | uint32_t(vlan & 0xfff) << 9 | uint32_t(priority & 7) << 6 | (dscp & 0x3f);
+  const uint32_t bits =
+      (tagged ? 1u << 22 : 0) | uint32_t(vlan & 0xfff) << 9 | uint32_t(priority & 7) << 6 | (dscp & 0x3f);
   return {app, static_cast<uint8_t>(bits >> 16), static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits)};
 }
 const std::vector<uint8_t> kMedEndpoint{0x00, 0x03, 0x03};  // capabilities and network policy, class III
@@ -157,8 +157,8 @@ TEST_F(AgentLocalInfoTest, APhonesPolicyRequestIsAnsweredOnItsPortAndWithdrawnWh
   std::vector<std::vector<uint8_t>> policies;
   for (const WireTlv& t : orgTlvsSent("Ethernet1", kOuiTia, 2)) policies.push_back(t.orgInfo());
   // 1 is unsupported; 8 is configured as 6 is, so only 6 goes; 9 takes the default.
-  EXPECT_EQ(policies, (std::vector<std::vector<uint8_t>>{networkPolicy(6, true, 300, 4, 34),
-                                                         networkPolicy(9, true, 400, 0, 0)}));
+  EXPECT_EQ(policies,
+            (std::vector<std::vector<uint8_t>>{networkPolicy(6, true, 300, 4, 34), networkPolicy(9, true, 400, 0, 0)}));
   EXPECT_TRUE(orgTlvsSent("Ethernet2", kOuiTia, 2).empty()) << "the request is the port's own";
 
   // The operator changes the video policy: the signalling policy now differs and goes too.
@@ -173,7 +173,9 @@ TEST_F(AgentLocalInfoTest, APhonesPolicyRequestIsAnsweredOnItsPortAndWithdrawnWh
   EXPECT_TRUE(localSystem()->localPort("Ethernet1")->localNetworkPolicyTlv().empty());
 
   // A phone that just stops talking is forgotten when its time-to-live runs out.
-  receive("Ethernet2", NeighbourFrame(phone, "port1", 10).org(kOuiTia, 1, kMedEndpoint).org(kOuiTia, 2, networkPolicy(6, false, 0, 0, 0)));
+  receive("Ethernet2", NeighbourFrame(phone, "port1", 10)
+                           .org(kOuiTia, 1, kMedEndpoint)
+                           .org(kOuiTia, 2, networkPolicy(6, false, 0, 0, 0)));
   settle();
   EXPECT_EQ(orgTlvsSent("Ethernet2", kOuiTia, 2).size(), 1u);
   scheduler.runFor(40);
@@ -184,8 +186,9 @@ TEST_F(AgentLocalInfoTest, APhonesPolicyRequestIsAnsweredOnItsPortAndWithdrawnWh
 // A Power Via MDI TLV with the 802.3at part: a powered device of the given type code asking for
 // deciWatts.
 std::vector<uint8_t> powerRequest(uint8_t typeCode, uint16_t deciWatts) {
-  return {0x00, 0x01, 0x05, static_cast<uint8_t>(typeCode << 6 | 0x10), static_cast<uint8_t>(deciWatts >> 8),
-          static_cast<uint8_t>(deciWatts), 0, 0};
+  const uint8_t typeSourcePriority = static_cast<uint8_t>(typeCode << 6 | 0x10);
+  const uint8_t high = static_cast<uint8_t>(deciWatts >> 8), low = static_cast<uint8_t>(deciWatts);
+  return {0x00, 0x01, 0x05, typeSourcePriority, high, low, 0, 0};
 }
 
 TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
@@ -207,13 +210,18 @@ TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
   EXPECT_EQ(orgTlvsSent("Ethernet1", kOuiDot3, 2)[0].orgInfo().size(), 3u) << "no 802.3at part before a device asks";
   EXPECT_TRUE(orgTlvsSent("Ethernet2", kOuiDot3, 2).empty()) << "a port without PoE sends none";
 
-  receive("Ethernet1", NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 1), "pd1", 10).org(kOuiDot3, 2, powerRequest(1, 125)));
-  receive("Ethernet1", NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 2), "pd2", 120).org(kOuiDot3, 2, powerRequest(3, 40)));
-  receive("Ethernet1", NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 3), "pse", 120).org(kOuiDot3, 2, powerRequest(2, 99)));
-  receive("Ethernet1", NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 4), "basic", 120).org(kOuiDot3, 2, {0x00, 0x01, 0x03}));
+  receive("Ethernet1",
+          NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 1), "pd1", 10).org(kOuiDot3, 2, powerRequest(1, 125)));
+  receive("Ethernet1",
+          NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 2), "pd2", 120).org(kOuiDot3, 2, powerRequest(3, 40)));
+  receive("Ethernet1",
+          NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 3), "pse", 120).org(kOuiDot3, 2, powerRequest(2, 99)));
+  receive("Ethernet1",
+          NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 4), "basic", 120).org(kOuiDot3, 2, {0x00, 0x01, 0x03}));
   // Type codes 1 and 3 are powered devices and count; 2 (a power source) and the TLV without the
   // 802.3at part do not. Ethernet2 has no grant from the power manager.
-  receive("Ethernet2", NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 5), "pd5", 120).org(kOuiDot3, 2, powerRequest(1, 70)));
+  receive("Ethernet2",
+          NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 5), "pd5", 120).org(kOuiDot3, 2, powerRequest(1, 70)));
   settle();
   EXPECT_DOUBLE_EQ(poe("Ethernet1")->requestedPowerValue().value, 16.5);
   EXPECT_DOUBLE_EQ(poe("Ethernet2")->requestedPowerValue().value, 7.0) << "for the power manager to read";

@@ -15,9 +15,7 @@ class LaterChildSm : public Platform::Reactor {
   std::vector<std::string>& log_;
 };
 
-void laterChildIs(LaterParentSm& parent, int key, std::vector<std::string>& log) {
-  parent.laterChildSmIs(key, log);
-}
+void laterChildIs(LaterParentSm& parent, int key, std::vector<std::string>& log) { parent.laterChildSmIs(key, log); }
 
 int laterChildKey(const LaterChildSm& child) { return child.key(); }
 
