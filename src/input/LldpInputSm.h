@@ -69,70 +69,6 @@ class OwnedReactor {
   Sm* sm_ = nullptr;
 };
 
-// Keyed child reactors held through their Reactor base (see OwnedReactor).
-template <class K, class Sm>
-class ChildReactorColl {
- public:
-  template <class... A>
-  Sm* is(const K& key, A&&... args) {
-    if (Sm* found = get<Sm>(key)) return found;
-    std::unique_ptr<Sm> sm;
-    if constexpr (std::is_constructible_v<Sm, const K&, A&&...>) {
-      sm = std::make_unique<Sm>(key, std::forward<A>(args)...);
-    } else {
-      sm = std::make_unique<Sm>(std::forward<A>(args)...);
-    }
-    Sm* raw = sm.get();
-    coll_.set(key, std::unique_ptr<Platform::Reactor>(std::move(sm)));
-    raw->handleInitialized();
-    return raw;
-  }
-  void del(const K& key) { std::unique_ptr<Platform::Reactor> doomed = coll_.take(key); }
-  void delAll() {
-    while (!coll_.empty()) del(coll_.begin().key());
-  }
-  template <class S = Sm>
-  S* get(const K& key) const {
-    auto* found = coll_.find(key);
-    return found ? static_cast<S*>(found->get()) : nullptr;
-  }
-  bool has(const K& key) const { return coll_.contains(key); }
-  size_t size() const { return coll_.size(); }
-  // Visits every child as Sm&; children may be removed during the walk.
-  template <class F, class S = Sm>
-  void forEach(F&& f) const {
-    for (auto it = coll_.begin(); it != coll_.end(); ++it) f(it.key(), *static_cast<S*>(it.value().get()));
-  }
-  const Platform::OrderedColl<K, std::unique_ptr<Platform::Reactor>>& all() const { return coll_; }
-
- private:
-  Platform::OrderedColl<K, std::unique_ptr<Platform::Reactor>> coll_;
-};
-
-// nameIs(key, args...), nameDel(key), nameDelAll(), name(key), nameHas(key), names(),
-// nameForEach(f) for a ChildReactorColl member.
-#define INPUT_CHILD_COLL(name, K, Sm)                                               \
- private:                                                                          \
-  ::Lldp::Agent::Input::ChildReactorColl<K, Sm> name##_;                            \
-                                                                                   \
- public:                                                                           \
-  template <class... A>                                                            \
-  Sm* name##Is(const K& key, A&&... args) {                                        \
-    return name##_.is(key, std::forward<A>(args)...);                              \
-  }                                                                                \
-  void name##Del(const K& key) { name##_.del(key); }                               \
-  void name##DelAll() { name##_.delAll(); }                                        \
-  template <class S = Sm>                                                           \
-  S* name(const K& key) const {                                                    \
-    return name##_.template get<S>(key);                                           \
-  }                                                                                \
-  bool name##Has(const K& key) const { return name##_.has(key); }                  \
-  size_t name##s() const { return name##_.size(); }                                \
-  template <class F>                                                               \
-  void name##ForEach(F&& f) const {                                                \
-    name##_.forEach(std::forward<F>(f));                                           \
-  }
-
 // The LAGs of one member port (Root::portToLagsMap), or the members of one LAG (Root::lags).
 class Lags : public Platform::Entity {
 #define INPUT_LAGS_ATTRS(X)          \
@@ -347,13 +283,13 @@ class InputSm : public Platform::Reactor {
   void doNotifyPortLagChange(const Konet::IntfId& port, const Konet::IntfId& oldLag, const Konet::IntfId& newLag);
   void doClose();
 
-  INPUT_CHILD_COLL(ethPhyIntfConfigSm, Konet::IntfId, EthPhyIntfConfigSm)
-  INPUT_CHILD_COLL(switchIntfConfigSm, Konet::IntfId, SwitchIntfConfigSm)
-  INPUT_CHILD_COLL(ipIntfStatusSm, Konet::IntfId, IpIntfStatusSm)
-  INPUT_CHILD_COLL(cliPortConfigSm, Konet::IntfId, CliPortConfigSm)
+  PLATFORM_REACTOR_COLL(ethPhyIntfConfigSm, Konet::IntfId, EthPhyIntfConfigSm)
+  PLATFORM_REACTOR_COLL(switchIntfConfigSm, Konet::IntfId, SwitchIntfConfigSm)
+  PLATFORM_REACTOR_COLL(ipIntfStatusSm, Konet::IntfId, IpIntfStatusSm)
+  PLATFORM_REACTOR_COLL(cliPortConfigSm, Konet::IntfId, CliPortConfigSm)
   // The IPv6 statuses watched for address changes, by interface.
-  INPUT_CHILD_COLL(ip6IntfStatus, Konet::IntfId, Ip6IntfStatusSm)
-  INPUT_CHILD_COLL(externalTlvConfigSm, std::string, ExternalTlvConfigSm)
+  PLATFORM_REACTOR_COLL(ip6IntfStatus, Konet::IntfId, Ip6IntfStatusSm)
+  PLATFORM_REACTOR_COLL(externalTlvConfigSm, std::string, ExternalTlvConfigSm)
 
  private:
   void doRekeySourceIntfPriority(const ManAddrPriority& newPriority);

@@ -78,25 +78,36 @@ std::unique_ptr<Sm> makeReactor(Args&&... args) {
 
 // Keyed child reactors. Is() constructs Sm from (key, args...) when it can, else from (args...),
 // stores it, then runs its handleInitialized; Del() removes it from the collection before it is
-// destroyed, so its destructor may change the collection.
+// destroyed, so its destructor may change the collection. Each child carries its own deleter,
+// made where it is created, so that an owner may hold, look up and delete children of a type
+// that is only declared where the owner is defined.
+template <class Sm>
+struct ChildDeleter {
+  void (*destroy)(Sm*) = nullptr;
+  void operator()(Sm* sm) const { destroy(sm); }
+};
+
 template <class K, class Sm>
 class ReactorColl {
  public:
+  using Owned = std::unique_ptr<Sm, ChildDeleter<Sm>>;
+
   template <class... A>
   Sm* is(const K& key, A&&... args) {
     if (auto* found = coll_.find(key)) return found->get();
-    std::unique_ptr<Sm> sm;
+    const ChildDeleter<Sm> deleter{[](Sm* sm) { delete sm; }};
+    Owned sm;
     if constexpr (std::is_constructible_v<Sm, const K&, A&&...>) {
-      sm = std::make_unique<Sm>(key, std::forward<A>(args)...);
+      sm = Owned(new Sm(key, std::forward<A>(args)...), deleter);
     } else {
-      sm = std::make_unique<Sm>(std::forward<A>(args)...);
+      sm = Owned(new Sm(std::forward<A>(args)...), deleter);
     }
     Sm* raw = sm.get();
     coll_.set(key, std::move(sm));
     raw->handleInitialized();
     return raw;
   }
-  void del(const K& key) { std::unique_ptr<Sm> doomed = coll_.take(key); }
+  void del(const K& key) { Owned doomed = coll_.take(key); }
   void delAll() {
     while (!coll_.empty()) del(coll_.begin().key());
   }
@@ -106,16 +117,22 @@ class ReactorColl {
   }
   bool has(const K& key) const { return coll_.contains(key); }
   size_t size() const { return coll_.size(); }
-  const OrderedColl<K, std::unique_ptr<Sm>>& all() const { return coll_; }
+  // Visits every child as (key, Sm&); children may be removed during the walk.
+  template <class F>
+  void forEach(F&& f) const {
+    for (auto it = coll_.begin(); it != coll_.end(); ++it) f(it.key(), *it.value());
+  }
+  const OrderedColl<K, Owned>& all() const { return coll_; }
 
  private:
-  OrderedColl<K, std::unique_ptr<Sm>> coll_;
+  OrderedColl<K, Owned> coll_;
 };
 
 }  // namespace Platform
 
-// Inside a reactor class: a keyed collection of child reactors named as the Parts name them:
-// nameIs(key, args...), nameDel(key), nameDelAll(), name(key), nameHas(key), names(), name().
+// Inside a reactor class: a keyed collection of child reactors with its generated mutators and
+// accessors: nameIs(key, args...), nameDel(key), nameDelAll(), name(key), nameHas(key), names(),
+// name(), nameForEach(f).
 #define PLATFORM_REACTOR_COLL(name, K, Sm)                                    \
  private:                                                                    \
   ::Platform::ReactorColl<K, Sm> name##_;                                    \
@@ -130,4 +147,8 @@ class ReactorColl {
   Sm* name(const K& key) const { return name##_.get(key); }                  \
   bool name##Has(const K& key) const { return name##_.has(key); }            \
   size_t name##s() const { return name##_.size(); }                          \
-  const auto& name() const { return name##_.all(); }
+  const auto& name() const { return name##_.all(); }                         \
+  template <class F>                                                         \
+  void name##ForEach(F&& f) const {                                          \
+    name##_.forEach(std::forward<F>(f));                                     \
+  }

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "LaterChild.h"
 #include "TestRecords.h"
 
 namespace PlatformTest {
@@ -144,6 +145,28 @@ TEST(ReactorTest, ReactorCollectionsCreateInitializeAndDestroy) {
   p.childSmIs(3, log);
   p.childSmDelAll();
   EXPECT_EQ(log, (Log{"init:2", "init:1", "gone:1", "init:3", "gone:2", "gone:3"}));
+}
+
+// Here LaterChildSm is declared only: deleting, looking up and walking still work, and each
+// child is destroyed as its full type.
+TEST(ReactorTest, ACollectionOfADeclaredOnlyTypeIsUsedAndDestroyedWithoutItsDefinition) {
+  Log log;
+  {
+    LaterParentSm p;
+    for (int key : {3, 1, 2}) laterChildIs(p, key, log);
+    ASSERT_TRUE(p.laterChildSm(2));
+    EXPECT_EQ(laterChildKey(*p.laterChildSm(2)), 2);
+    p.laterChildSmDel(2);
+    EXPECT_FALSE(p.laterChildSmHas(2));
+    std::vector<int> keys;
+    p.laterChildSmForEach([&](int key, LaterChildSm& child) {
+      keys.push_back(laterChildKey(child));
+      p.laterChildSmDel(key);  // removing the child under the walk is allowed
+    });
+    EXPECT_EQ(keys, (std::vector<int>{1, 3}));
+    laterChildIs(p, 4, log);
+  }  // the parent goes with a child left
+  EXPECT_EQ(log, (Log{"init:3", "init:1", "init:2", "gone:2", "gone:1", "gone:3", "init:4", "gone:4"}));
 }
 
 }  // namespace
