@@ -125,6 +125,7 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
 TEST_F(PeersTest, WatchSaysWhyNeighboursGo) {
   start(a_, "transmit-interval = 5\n");
   const pid_t watchA = watch(a_);
+  const pid_t watchText = watch(a_, false);
   start(b_, "transmit-interval = 5\nhold-time = 10\nsystem.name = \"beta\"\n");
   ASSERT_TRUE(neighbourOnceIt(a_, [](const Json&) { return true; }, 10s).is_object()) << readFile(a_.log);
 
@@ -151,7 +152,16 @@ TEST_F(PeersTest, WatchSaysWhyNeighboursGo) {
   EXPECT_THAT(seen, ::testing::ElementsAre("added/new/beta", "removed/link down/beta", "added/new/beta",
                                            "removed/aged out/beta"));
   EXPECT_EQ(occurrences(readFile(a_.log), "LLDP_NEIGHBOR_TIMEOUT"), 1u);
+  // The same for people, one line per change.
+  const std::string text = readFile(file("watch-a.txt"));
+  EXPECT_THAT(text, HasSubstr("added eea0 chassis "));
+  EXPECT_THAT(text, HasSubstr(" port eeb0 (beta): new\n"));
+  EXPECT_THAT(text, HasSubstr(" (beta): link down\n"));
+  EXPECT_THAT(text, HasSubstr("removed eea0 chassis "));
+  EXPECT_THAT(text, HasSubstr(" (beta): aged out\n"));
+  EXPECT_EQ(occurrences(text, "\n"), 4u) << text;
   kill(watchA, SIGTERM);
+  kill(watchText, SIGTERM);
 }
 
 }  // namespace

@@ -164,11 +164,14 @@ class PeersFixture : public ProcessFixture {
     return {status, readFile(out)};
   }
 
-  // `lldp watch --json` on the peer, printing into watch-<name>.jsonl; returns once subscribed.
-  pid_t watch(const Peer& peer) {
-    const pid_t pid = started(spawn({LLDP_CLI_BINARY, "--socket", peer.socket, "watch", "--json"},
-                                    file("watch-" + peer.name + ".jsonl")));
-    EXPECT_TRUE(eventually([&] { return statusOf(peer).value("subscriptions", 0) > 0; }, 5s));
+  // `lldp watch --json` on the peer, printing into watch-<name>.jsonl (without JSON, the lines
+  // for people into watch-<name>.txt); returns once subscribed.
+  pid_t watch(const Peer& peer, bool json = true) {
+    const int before = statusOf(peer).value("subscriptions", 0);
+    std::vector<std::string> argv = {LLDP_CLI_BINARY, "--socket", peer.socket, "watch"};
+    if (json) argv.emplace_back("--json");
+    const pid_t pid = started(spawn(argv, file("watch-" + peer.name + (json ? ".jsonl" : ".txt"))));
+    EXPECT_TRUE(eventually([&] { return statusOf(peer).value("subscriptions", 0) > before; }, 5s));
     return pid;
   }
   std::vector<Json> events(const Peer& peer) { return jsonLines(readFile(file("watch-" + peer.name + ".jsonl"))); }
