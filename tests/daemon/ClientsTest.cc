@@ -6,8 +6,8 @@
 #include <grp.h>
 #include <sys/socket.h>
 
-#include "ipc/Client.h"
 #include "Processes.h"
+#include "ipc/Client.h"
 
 namespace Daemon::Test {
 namespace {
@@ -15,6 +15,13 @@ namespace {
 using ::testing::HasSubstr;
 
 constexpr auto kChangeLimit = 3s;  // transmit delay and a second
+// How soon the agent answers a new client while another floods it: some 70 ms in a release
+// build; an address-sanitised build is twenty times slower.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr double kAnswerLimit = 5;
+#else
+constexpr double kAnswerLimit = 1;
+#endif
 constexpr const char* kCliConfig = "l2discovery/lldp/cliConfig";
 
 // The organisationally specific TLVs a neighbour sent with this OUI, as "subtype=value".
@@ -45,6 +52,9 @@ bool strangerConnects(const std::string& socket, gid_t group) {
 
 class ClientsTest : public PeersFixture {
  protected:
+  static std::function<bool(const Json&)> withOurTlv(size_t count) {
+    return [count](const Json& n) { return orgTlvs(n, "ac-de-48").size() == count; };
+  }
   Ipc::Client& connect(Ipc::Client& client, const Peer& peer) {
     std::string error;
     EXPECT_TRUE(client.connect(peer.socket, error)) << error;
@@ -55,62 +65,70 @@ class ClientsTest : public PeersFixture {
     Ipc::Client client;
     std::string error;
     if (!client.connect(peer.socket, error)) return false;
-    auto reply = client.request({{"op", "hello"}}, 1);
+    auto reply = client.request({{"op", "hello"}}, kAnswerLimit);
     return reply && reply->value("ok", false);
   }
 };
 
 TEST_F(ClientsTest, ExternalTlvsAndPoeStatusReachThePeerAndBadPeriodsAreRefused) {
-  start(a_, "transmit-interval = 5\n");
-  start(b_, "transmit-interval = 5\nsystem.name = \"beta\"\n");
-  const Json first = neighbourOnceIt(a_, [](const Json&) { return true; }, 10s);
+  ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n"));
+  ASSERT_NO_FATAL_FAILURE(start(b_, "transmit-interval = 5\nsystem.name = \"beta\"\n"));
+  const Json first = neighbourOnceIt(a_, anyone, 10s);
   ASSERT_TRUE(first.is_object()) << readFile(a_.log);
   EXPECT_EQ(first["powerViaMdiTlvReceived"], false);
 
   // A client's TLV is on the wire while the client is connected, and leaves with it.
   {
     Ipc::Client client;
-    auto reply = connect(client, b_).request(
-        {{"op", "set"},
-         {"path", "l2discovery/lldp/externalTlvs/eetest"},
-         {"value",
-          {{"portConfig", {{{"intfId", "eeb0"}, {"unknownOrgDefTlv", {{{"oui", "AC-DE-48"}, {"subtype", 7}, {"value", "cafe01"}}}}}}},
-           {"ephemeral", true}}}});
+    auto reply =
+        connect(client, b_)
+            .request({{"op", "set"},
+                      {"path", "l2discovery/lldp/externalTlvs/eetest"},
+                      {"value",
+                       {{"portConfig",
+                         {{{"intfId", "eeb0"},
+                           {"unknownOrgDefTlv", {{{"oui", "AC-DE-48"}, {"subtype", 7}, {"value", "cafe01"}}}}}}},
+                        {"ephemeral", true}}}});
     ASSERT_TRUE(reply && reply->value("ok", false)) << (reply ? reply->dump() : "no reply");
-    const Json withTlv = neighbourOnceIt(a_, [](const Json& n) { return !orgTlvs(n, "ac-de-48").empty(); }, kChangeLimit);
+    const Json withTlv = neighbourOnceIt(a_, withOurTlv(1), kChangeLimit);
     ASSERT_TRUE(withTlv.is_object()) << neighbours(a_).dump();
     EXPECT_THAT(orgTlvs(withTlv, "ac-de-48"), ::testing::ElementsAre("7=ca:fe:01"));
   }
-  EXPECT_TRUE(neighbourOnceIt(a_, [](const Json& n) { return orgTlvs(n, "ac-de-48").empty(); }, kChangeLimit).is_object());
+  EXPECT_TRUE(hears(a_, withOurTlv(0), kChangeLimit));
 
   // The command is such a client too: its TLV stays until it deletes it.
   EXPECT_EQ(lldp(b_, {"tlv", "add", "eeb0", "AC-DE-48", "9", "beef"}).first, 0);
-  EXPECT_TRUE(neighbourOnceIt(a_, [](const Json& n) { return orgTlvs(n, "ac-de-48").size() == 1; }, kChangeLimit)
-                  .is_object());
+  EXPECT_TRUE(hears(a_, withOurTlv(1), kChangeLimit));
   EXPECT_EQ(lldp(b_, {"tlv", "del"}).first, 0);
-  EXPECT_TRUE(neighbourOnceIt(a_, [](const Json& n) { return orgTlvs(n, "ac-de-48").empty(); }, kChangeLimit).is_object());
+  EXPECT_TRUE(hears(a_, withOurTlv(0), kChangeLimit));
 
   // PoE status from the power service becomes B's Power Via MDI TLV.
   Ipc::Client power;
-  auto poe = connect(power, b_).request({{"op", "set"},
-                                          {"path", "environment/power/status/poePort/eeb0"},
-                                          {"value",
-                                           {{"grantedPower", 15.4},
-                                            {"poweredDeviceClass", 4},
-                                            {"poePortState", 1},
-                                            {"lldpNegotiationSupported", true}}}});
+  auto poe = connect(power, b_).request(
+      {{"op", "set"},
+       {"path", "environment/power/status/poePort/eeb0"},
+       {"value",
+        {{"grantedPower", 15.4}, {"poweredDeviceClass", 4}, {"poePortState", 1}, {"lldpNegotiationSupported", true}}}});
   ASSERT_TRUE(poe && poe->value("ok", false)) << (poe ? poe->dump() : "no reply");
-  const Json powered = neighbourOnceIt(a_, [](const Json& n) { return n["powerViaMdiTlvReceived"] == true; }, kChangeLimit);
+  const auto viaMdi = [](const Json& n) { return n["powerViaMdiTlvReceived"] == true; };
+  const Json powered = neighbourOnceIt(a_, viaMdi, kChangeLimit);
   ASSERT_TRUE(powered.is_object()) << neighbours(a_).dump();
   EXPECT_EQ(powered["powerViaMdiInfo"]["pseMdiPowerEnabled"], true);
   EXPECT_EQ(powered["powerViaMdiInfo"]["powerClass"], 5);  // class 4 travels as 5 (class + 1)
 
   // Zero, huge and nonsense periods are refused, nothing changes, and the agent goes on.
-  const std::vector<std::pair<std::string, Json>> refused = {
-      {"transmit-interval", 0},     {"transmit-interval", 1e308},  {"transmit-interval", 18446744073709551615ull},
-      {"transmit-interval", -5},    {"transmit-interval", 4294967301ull}, {"hold-time", 0},
-      {"reinit-delay", 0},          {"rx-rate-limit.period", 0},   {"rx-rate-limit.period", 1e308},
-      {"rx-rate-limit.period", "nan"}, {"rx-rate-limit.period", "inf"}, {"rx-rate-limit.period", 1e-320}};
+  const std::vector<std::pair<std::string, Json>> refused = {{"transmit-interval", 0},
+                                                             {"transmit-interval", 1e308},
+                                                             {"transmit-interval", 18446744073709551615ull},
+                                                             {"transmit-interval", -5},
+                                                             {"transmit-interval", 4294967301ull},
+                                                             {"hold-time", 0},
+                                                             {"reinit-delay", 0},
+                                                             {"rx-rate-limit.period", 0},
+                                                             {"rx-rate-limit.period", 1e308},
+                                                             {"rx-rate-limit.period", "nan"},
+                                                             {"rx-rate-limit.period", "inf"},
+                                                             {"rx-rate-limit.period", 1e-320}};
   Ipc::Client operatorClient;
   connect(operatorClient, b_);
   for (const auto& [key, value] : refused) {
@@ -127,14 +145,14 @@ TEST_F(ClientsTest, ExternalTlvsAndPoeStatusReachThePeerAndBadPeriodsAreRefused)
   EXPECT_TRUE(answers(b_));
   // A good value after all that is taken, and B still sends.
   EXPECT_EQ(lldp(b_, {"configure", "system.name", "beta-after"}).first, 0);
-  EXPECT_TRUE(neighbourOnceIt(a_, [](const Json& n) { return n["sysName"] == "beta-after"; }, kChangeLimit).is_object());
+  EXPECT_TRUE(hears(a_, [](const Json& n) { return n["sysName"] == "beta-after"; }, kChangeLimit));
 }
 
 TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesGarbageHugeRequestsAndClientsThatNeverRead) {
-  start(a_, "transmit-interval = 5\n");  // the socket is root's alone
+  ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n"));  // the socket is root's alone
   const group* nogroup = getgrnam("nogroup");
   if (nogroup == nullptr) GTEST_SKIP() << "needs the group nogroup";
-  start(b_, "transmit-interval = 5\n", "nogroup");
+  ASSERT_NO_FATAL_FAILURE(start(b_, "transmit-interval = 5\n", "nogroup"));
 
   // A process outside the group is refused; one in it gets in.
   EXPECT_FALSE(strangerConnects(a_.socket, nogroup->gr_gid));
@@ -148,8 +166,9 @@ TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesGarbageHugeRequestsAndClie
   // Garbage gets an error reply and the connection stays usable.
   Ipc::Client client;
   connect(client, a_);
-  for (const std::string& junk : {std::string("not json\n"), std::string("\x01\x02\xff\xfe\n", 5),
-                                  std::string(1000, '[') + "\n", std::string("[1,2]\n"), std::string("{\"op\":42}\n")}) {
+  for (const std::string& junk :
+       {std::string("not json\n"), std::string("\x01\x02\xff\xfe\n", 5), std::string(1000, '[') + "\n",
+        std::string("[1,2]\n"), std::string("{\"op\":42}\n")}) {
     ASSERT_TRUE(client.sendRaw(junk));
     auto reply = client.nextMessage(2);
     ASSERT_TRUE(reply) << "no answer to garbage";
@@ -190,7 +209,7 @@ TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesGarbageHugeRequestsAndClie
   EXPECT_EQ(socket.value("slowDisconnects", 0), 1) << socket.dump();
   EXPECT_EQ(socket.value("oversized", 0), 1) << socket.dump();
   EXPECT_TRUE(answers(a_));
-  EXPECT_TRUE(neighbourOnceIt(a_, [](const Json&) { return true; }, 10s).is_object());
+  EXPECT_TRUE(hears(a_, anyone, 10s));
 }
 
 }  // namespace

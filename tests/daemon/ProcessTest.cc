@@ -38,8 +38,8 @@ TEST_F(ProcessTest, AnAgentRunningAsAnotherUserStillOpensPortsThatAppearLater) {
                 file("u.log")));
   const auto learnt = [&] { return occurrences(readFile(file("u.log")), "LLDP_NEIGHBOR_NEW"); };
   ASSERT_TRUE(eventually([&] { return learnt() == 2; }, 10s)) << readFile(file("u.log"));
-  ASSERT_TRUE(run("ip -n " + ns + " link add eeuc type veth peer name eeud && ip -n " + ns + " link set eeuc up && ip -n " +
-                  ns + " link set eeud up"));
+  ASSERT_TRUE(run("ip -n " + ns + " link add eeuc type veth peer name eeud && ip -n " + ns +
+                  " link set eeuc up && ip -n " + ns + " link set eeud up"));
   EXPECT_TRUE(eventually([&] { return learnt() == 4; }, 10s)) << readFile(file("u.log"));
   std::ifstream status("/proc/" + std::to_string(pids_.back()) + "/status");
   std::string line, uid;

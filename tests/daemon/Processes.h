@@ -160,7 +160,12 @@ class PeersFixture : public ProcessFixture {
     std::vector<std::string> argv = {LLDP_CLI_BINARY, "--socket", peer.socket};
     argv.insert(argv.end(), args.begin(), args.end());
     const std::string out = file("lldp-" + std::to_string(++commands_) + ".out");
-    const int status = waitFor(spawn(argv, out), 10s);
+    const pid_t pid = spawn(argv, out);
+    const int status = waitFor(pid, 10s);
+    if (status < 0) {
+      kill(pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+    }
     return {status, readFile(out)};
   }
 
@@ -207,6 +212,13 @@ class PeersFixture : public ProcessFixture {
         },
         limit);
     return found;
+  }
+
+  static bool anyone(const Json&) { return true; }
+  // Whether the peer's one neighbour comes to satisfy the condition within the time.
+  bool hears(const Peer& peer, const std::function<bool(const Json&)>& condition,
+             std::chrono::milliseconds limit = 3s) {
+    return neighbourOnceIt(peer, condition, limit).is_object();
   }
 
   Peer a_, b_;
