@@ -13,9 +13,6 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// Changes of what an agent sends reach its peer within the transmit delay (2 s) and a second.
-constexpr auto kChangeLimit = 3s;
-
 class PeersTest : public PeersFixture {};
 
 TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStopInOrder) {
@@ -103,10 +100,10 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
   // within a second with the stop as its last word.
   const auto stopAt = std::chrono::steady_clock::now();
   kill(a_.pid, SIGTERM);
-  EXPECT_EQ(waitFor(a_.pid, 1s), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - stopAt, 1s);
+  EXPECT_EQ(waitFor(a_.pid, 1s * kSlowdown), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - stopAt, 1s * kSlowdown);
   forget(a_.pid);
-  EXPECT_EQ(waitFor(watchA, 1s), 1);
+  EXPECT_EQ(waitFor(watchA, 1s * kSlowdown), 1);
   forget(watchA);
   EXPECT_THAT(readFile(file("watch-a.jsonl")), HasSubstr("the agent went away"));
   EXPECT_FALSE(std::filesystem::exists(a_.socket));
