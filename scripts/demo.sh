@@ -15,8 +15,10 @@ fi
 agent=$top/build/lldp-agent
 lldp=$top/build/lldp
 
-sw=lldpdemo-sw
-srv=lldpdemo-srv
+# LLDP_DEMO_PREFIX names the namespaces (default lldpdemo), so that two runs need not collide.
+prefix=${LLDP_DEMO_PREFIX:-lldpdemo}
+sw=$prefix-sw
+srv=$prefix-srv
 work=$(mktemp -d /tmp/lldp-demo.XXXXXX)
 pids=()
 
@@ -83,56 +85,50 @@ for _ in $(seq 100); do
   [ -S "$work/sw.sock" ] && [ -S "$work/srv.sock" ] && break
   sleep 0.1
 done
-socket=yes
-[ -S "$work/sw.sock" ] && [ -S "$work/srv.sock" ] || socket=no
-
-if [ "$socket" = yes ]; then
-  "$lldp" --socket "$work/sw.sock" watch --json >"$work/watch.jsonl" 2>&1 &
-  pids+=($!)
+if [ ! -S "$work/sw.sock" ] || [ ! -S "$work/srv.sock" ]; then
+  echo "an agent did not become ready; its log:" >&2
+  cat "$work/sw.log" "$work/srv.log" >&2
+  exit 1
 fi
 
-sees() {  # name, peer name
-  if [ "$socket" = yes ]; then
-    "$lldp" --socket "$work/$1.sock" show neighbors --json 2>/dev/null | grep -q "$2"
-  else
-    [ "$(grep -c LLDP_NEIGHBOR_NEW "$work/$1.log")" -ge 2 ]  # one neighbour on each of two links
-  fi
-}
-say "waiting until each agent sees the other"
-for _ in $(seq 200); do
-  if sees sw demo-server && sees srv demo-switch; then break; fi
+# lldp watch on the switch, subscribed before the neighbours arrive.
+"$lldp" --socket "$work/sw.sock" watch >"$work/watch.txt" 2>&1 &
+pids+=($!)
+for _ in $(seq 50); do
+  "$lldp" --socket "$work/sw.sock" show status --json | grep -q '"subscriptions":[1-9]' && break
   sleep 0.1
 done
 
-show() {  # name
-  if [ "$socket" = yes ]; then
-    "$lldp" --socket "$work/$1.sock" show neighbors
-  else
-    grep -E 'LLDP_(NEIGHBOR|AGENT|CONFIG)' "$work/$1.log" || true
-  fi
+shows() {  # name, text: how many lines of the agent's neighbour table show the text
+  "$lldp" --socket "$work/$1.sock" show neighbors 2>/dev/null | grep -c -- "$2" || true
 }
+wait_for() {  # name, text, count: up to 20 s
+  for _ in $(seq 200); do
+    [ "$(shows "$1" "$2")" -ge "$3" ] && return 0
+    sleep 0.1
+  done
+  echo "(gave up waiting for $3 neighbours showing $2 on $1)"
+}
+say "waiting until each agent sees the other on both links"
+wait_for sw demo-server 2
+wait_for srv demo-switch 2
+
 say "what the switch sees (lldp show neighbors)"
-show sw
+"$lldp" --socket "$work/sw.sock" show neighbors
 say "what the server sees (lldp show neighbors)"
-show srv
+"$lldp" --socket "$work/srv.sock" show neighbors
 
-say "changing the server's system name at run time"
-if [ "$socket" = yes ]; then
-  "$lldp" --socket "$work/srv.sock" configure system.name demo-server-renamed
-else
-  sed -i 's/demo-server"/demo-server-renamed"/' "$work/srv.toml"
-  kill -HUP "${pids[1]}"
-fi
-sleep 3
+say "changing the server's system name at run time (lldp configure system.name demo-server-renamed)"
+"$lldp" --socket "$work/srv.sock" configure system.name demo-server-renamed
+wait_for sw demo-server-renamed 2
 say "the switch's view after the change"
-show sw
+"$lldp" --socket "$work/sw.sock" show neighbors
 
-if [ "$socket" = yes ]; then
-  say "events lldp watch saw on the switch"
-  cat "$work/watch.jsonl"
-else
-  say "this build has no state socket yet: the agents' logs stood in for lldp"
-  cat "$work/srv.log"
-fi
+for _ in $(seq 50); do
+  [ "$(grep -c '^changed' "$work/watch.txt" || true)" -ge 2 ] && break
+  sleep 0.1
+done
+say "events lldp watch saw on the switch"
+cat "$work/watch.txt"
 
 say "stopping the agents (SIGTERM) and removing the namespaces"

@@ -1,6 +1,7 @@
 // Start-up order, configuration changes by difference, the host-name override and shutdown.
 #include "daemon/Daemon.h"
 
+#include "daemon/TxSettingsSm.h"
 #include "linux/HostSources.h"
 #include "linux/RawSocketPam.h"
 #include "platform/FeatureToggle.h"
@@ -107,6 +108,7 @@ void LldpDaemon::doMountsComplete() {
       hostNetStatus_,
       stateDb_.lookup<System::NetStatus>(stateDb_.cellPath(Lldp::Agent::Agent::kNetStatusPath)));
   netStatusMirror_->overrideIs(settings_.sysName);
+  txSettingsSm_ = Platform::makeReactor<TxSettingsSm>(agent_->config(), agent_->protocolRoot());
   if (!options_.host) {
     doReady();
     return;
@@ -223,6 +225,7 @@ void LldpDaemon::shutdown() {
   if (stopped_) return;
   stopped_ = true;
   // The agent first: its clean-up closes packet access before anything it reads goes away.
+  txSettingsSm_.reset();
   if (agent_) agent_->doCleanup();
   host_.reset();
   netStatusMirror_.reset();

@@ -21,6 +21,7 @@ class HostSources;
 namespace Daemon {
 
 class NetStatusMirror;
+class TxSettingsSm;
 
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_APPLIED;
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_REFUSED;
@@ -105,6 +106,7 @@ class LldpDaemon {
   // The host writes its host name here; the mirror writes the agent's copy, with the override.
   System::NetStatus::Ptr hostNetStatus_;
   std::unique_ptr<NetStatusMirror> netStatusMirror_;
+  std::unique_ptr<TxSettingsSm> txSettingsSm_;
   std::unique_ptr<Lldp::Agent::Agent> agent_;
   std::unique_ptr<Linux::HostSources> host_;
   std::function<void()> onReady_;

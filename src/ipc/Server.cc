@@ -17,9 +17,11 @@ namespace Ipc {
 
 namespace {
 
-constexpr size_t kReadChunk = 64 * 1024;
-// Reads per readiness call: one busy client cannot keep the event thread to itself.
-constexpr int kReadsPerWake = 8;
+// Bytes read per readiness call: one busy client cannot keep the event thread to itself. Every
+// request line read is answered in the same call, so this bounds the work a flooding client gets
+// per turn of the loop (some 150 small requests); a long request simply takes several turns.
+constexpr size_t kReadChunk = 4 * 1024;
+constexpr int kReadsPerWake = 2;
 
 std::string errnoText(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 

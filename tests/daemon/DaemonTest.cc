@@ -122,11 +122,18 @@ TEST_F(DaemonTest, RunTimeChangesReachThePeerAndRefusalsChangeNothing) {
   EXPECT_EQ(heardByPeer()->sysName().view(), "host1");
   EXPECT_TRUE(heardByPeer()->sysCapSupported().value != 0);
 
+  // Each on its own, with the transmit interval far away: a TLV switch or the hold time changes
+  // no local record, yet must go out as promptly as a new name.
+  const double txDelay = daemon_->agent()->config()->txDelay();
   ASSERT_FALSE(daemon_->setText("", "system.name", "renamed"));
-  ASSERT_FALSE(daemon_->setText("", "tlv.system-capabilities", "false"));
-  scheduler_.runFor(daemon_->agent()->config()->txDelay() + 1);
+  scheduler_.runFor(txDelay + 1);
   EXPECT_EQ(heardByPeer()->sysName().view(), "renamed");
+  ASSERT_FALSE(daemon_->setText("", "tlv.system-capabilities", "false"));
+  scheduler_.runFor(txDelay + 1);
   EXPECT_EQ(heardByPeer()->sysCapSupported().value, 0);
+  ASSERT_FALSE(daemon_->setText("", "hold-time", "90"));
+  scheduler_.runFor(txDelay + 1);
+  EXPECT_EQ(heardByPeer()->ttl(), 90);
 
   const std::string before = daemon_->renderConfig();
   auto error = daemon_->setText("eth1", "rx-rate-limit.period", "0");
@@ -156,7 +163,7 @@ TEST_F(DaemonTest, ReloadAppliesOnlyTheDifferencesAndKeepsNeighbours) {
   EXPECT_EQ(logs_.count("LLDP_CONFIG_APPLIED"), 1u);
   EXPECT_THAT(logs_.entries().back().arguments, ElementsAre(path_, "hold-time"));
   EXPECT_EQ(daemon_->agent()->config()->messageTxHoldTime(), 300u);
-  scheduler_.runFor(11);  // the new time to live goes out with the next periodic LLDPDU
+  scheduler_.runFor(daemon_->agent()->config()->txDelay() + 1);  // not only with the next periodic LLDPDU
   EXPECT_EQ(heardByAgent(), neighbour);  // the same record: nothing was relearnt
   EXPECT_EQ(portConfig(), port);
   EXPECT_EQ(heardByPeer()->ttl(), 300);

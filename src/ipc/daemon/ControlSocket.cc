@@ -48,9 +48,18 @@ class StateSocket : public ControlSocket {
     service_.configServiceIs(&config_);
     service_.statusProviderIs([this] {
       const LldpDaemon::Summary summary = daemon_.summary();
-      return Ipc::Json{{"version", kVersion},
-                       {"uptime", daemon_.uptime()},
-                       {"netlinkResyncs", summary.netlinkResyncs}};
+      Ipc::Json status = {{"version", kVersion},
+                          {"uptime", daemon_.uptime()},
+                          {"netlinkResyncs", summary.netlinkResyncs}};
+      // The socket's own figures: refused and cut-off clients are otherwise invisible.
+      if (server_) {
+        const Ipc::Server::Counters& c = server_->counters();
+        status["socket"] = {{"clients", server_->clients()},      {"accepted", c.accepted},
+                            {"refused", c.refused},               {"requests", c.requests},
+                            {"errors", c.errors},                 {"oversized", c.oversized},
+                            {"slowDisconnects", c.slowDisconnects}};
+      }
+      return status;
     });
   }
   ~StateSocket() override { server_.reset(); }
