@@ -108,7 +108,7 @@ void LldpDaemon::doMountsComplete() {
       hostNetStatus_,
       stateDb_.lookup<System::NetStatus>(stateDb_.cellPath(Lldp::Agent::Agent::kNetStatusPath)));
   netStatusMirror_->overrideIs(settings_.sysName);
-  txSettingsSm_ = Platform::makeReactor<TxSettingsSm>(agent_->config(), agent_->protocolRoot());
+  txSettingsSm_ = Platform::makeReactor<TxSettingsSm>(agent_->config(), agent_->localSystem(), agent_->protocolRoot());
   if (!options_.host) {
     doReady();
     return;

@@ -18,9 +18,12 @@ void TxSettingsPortSm::handleTlvSwitches() {
   Lldp::Agent::Protocol::handleLocalPortAttrsChanged(root_, portConfig_->intfId());
 }
 
-TxSettingsSm::TxSettingsSm(Lldp::Config::Ptr config, Lldp::Agent::Protocol::Root* root)
-    : config_(std::move(config)), root_(root) {
-  watch<&TxSettingsSm::handleHoldTime>(config_, Lldp::Config::messageTxHoldTimeAttr);
+TxSettingsSm::TxSettingsSm(Lldp::Config::Ptr config, Lldp::LocalSystem::Ptr localSystem,
+                           Lldp::Agent::Protocol::Root* root)
+    : config_(std::move(config)), localSystem_(std::move(localSystem)), root_(root) {
+  watch<&TxSettingsSm::handleGlobalSetting>(config_, Lldp::Config::messageTxHoldTimeAttr);
+  watch<&TxSettingsSm::handleGlobalSetting>(config_, Lldp::Config::maxTxMgmtAddrsAttr);
+  watch<&TxSettingsSm::handleGlobalSetting>(localSystem_, Lldp::LocalSystem::ip6ManagementAddressAttr);
   watch<&TxSettingsSm::handlePortConfig>(config_, Lldp::Config::portConfigAttr);
 }
 
@@ -28,7 +31,7 @@ void TxSettingsSm::handleInitialized() {
   for (auto it = config_->portConfig().begin(); it != config_->portConfig().end(); ++it) handlePortConfig(it.key());
 }
 
-void TxSettingsSm::handleHoldTime() {
+void TxSettingsSm::handleGlobalSetting() {
   // The same path as a new system name: every engine sends within its transmit delay.
   if (auto* protocolSm = root_->protocolSm()) protocolSm->handleLocalSystemAttrs();
 }

@@ -1,5 +1,6 @@
-// Settings that change what an LLDPDU carries without touching the local system records: the
-// TLV switches and the hold time. The port engines follow only the local records, so without
+// Settings that change what an LLDPDU carries without touching the local system attributes the
+// engines watch: the TLV switches, the hold time, how many management addresses go out and the
+// IPv6 management address. The port engines follow only the local records, so without
 // this a change made at run time would wait for the next transmit interval to reach the peer.
 #pragma once
 
@@ -21,18 +22,19 @@ class TxSettingsPortSm : public Platform::Reactor {
   Lldp::Agent::Protocol::Root* root_;
 };
 
-// The hold time (every port) and one TxSettingsPortSm per port configuration.
+// The global settings (every port) and one TxSettingsPortSm per port configuration.
 class TxSettingsSm : public Platform::Reactor {
  public:
-  TxSettingsSm(Lldp::Config::Ptr config, Lldp::Agent::Protocol::Root* root);
+  TxSettingsSm(Lldp::Config::Ptr config, Lldp::LocalSystem::Ptr localSystem, Lldp::Agent::Protocol::Root* root);
   void handleInitialized() override;
-  void handleHoldTime();
+  void handleGlobalSetting();
   void handlePortConfig(const Konet::IntfId& intfId);
 
   PLATFORM_REACTOR_COLL(portSm, Konet::IntfId, TxSettingsPortSm)
 
  private:
   Lldp::Config::Ptr config_;
+  Lldp::LocalSystem::Ptr localSystem_;
   Lldp::Agent::Protocol::Root* root_;
 };
 
