@@ -194,10 +194,16 @@ int unconfigure(Context& c, const std::string& intf, const std::string& key) {
 
 int configSave(Context& c) { return call(c, {{"op", "save"}}) ? done(c) : kExitRefused; }
 
-int clearNeighbors(Context& c) {
+int clearNeighbors(Context& c, const std::string& intf) {
   std::string origin = "lldp clear neighbors";
+  Json request = {{"op", "clear"}};
+  if (!intf.empty()) {
+    origin += " " + intf;
+    request["interface"] = intf;
+  }
   if (const char* tty = ::ttyname(STDIN_FILENO)) origin += std::string(" on ") + tty;
-  return call(c, {{"op", "clear"}, {"origin", origin}}) ? done(c) : kExitRefused;
+  request["origin"] = origin;
+  return call(c, request) ? done(c) : kExitRefused;
 }
 
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,

@@ -514,9 +514,15 @@ Json Service::del(const Json& request, Session& session) {
 }
 
 Json Service::clear(const Json& request, Session& session) {
-  if (request.contains("interface")) refuse("invalid", "the neighbour tables are cleared on every interface at once");
+  const std::string intf = request.contains("interface") ? nameChecked(stringField(request, "interface"), "interface")
+                                                         : std::string();
   auto rtc = db_.lookup<Lldp::RemTablesCliConfig>(paths_.remTablesCliConfig);
   if (!rtc) refuse("unavailable", "the agent is not running yet");
+  if (!intf.empty()) {
+    bool known = false;
+    eachPortStatus(db_.entity(paths_.status), [&](const Lldp::PortStatus& ps) { known |= ps.intfId().name() == intf; });
+    if (!known) refuse("notFound", "no LLDP port " + intf + "; 'lldp show interfaces' lists them");
+  }
   double last = rtc->remTablesClearRequest().time;
   if (auto status = db_.lookup<Lldp::RemTablesStatus>(paths_.remTablesStatus)) {
     last = std::max(last, status->remTablesLastClearTime());
@@ -527,7 +533,8 @@ Json Service::clear(const Json& request, Session& session) {
   if (auto it = request.find("origin"); it != request.end() && it->is_string() && !it->get<std::string>().empty()) {
     origin = it->get<std::string>().substr(0, kMaxNameLength) + " (" + origin + ")";
   }
-  rtc->remTablesClearRequestIs(Lldp::RemTablesClearRequest{time, userName(session.peer().uid), origin});
+  rtc->remTablesClearRequestIs(
+      Lldp::RemTablesClearRequest{time, userName(session.peer().uid), origin, Konet::IntfId(intf)});
   return {{"time", time}};
 }
 
