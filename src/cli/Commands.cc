@@ -95,7 +95,9 @@ int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail
     printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
     return kExitOk;
   }
-  auto reply = call(c, request);
+  Json textRequest = request;
+  if (!c.json) textRequest["attributes"] = neighborRowAttributes();
+  auto reply = call(c, textRequest);
   if (!reply) return kExitRefused;
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"now", "portStatus"}));

@@ -89,6 +89,12 @@ std::optional<size_t> documentFieldsAt(std::string_view reply) {
   return reply.size() - rest.size();
 }
 
+const std::vector<std::string>& neighborRowAttributes() {
+  static const std::vector<std::string> names = {"msap",   "ttl",     "creationTime",    "portDesc",      "sysName",
+                                                 "sysDesc", "sysCapSupported", "sysCapEnabled", "managementAddress"};
+  return names;
+}
+
 std::vector<NeighborRow> neighborRows(const Json& reply) {
   std::vector<NeighborRow> rows;
   const double now = reply.value("now", 0.0);

@@ -37,6 +37,8 @@ struct NeighborRow {
   double age = 0;
 };
 std::vector<NeighborRow> neighborRows(const Json& reply);
+// The neighbour attributes the rows are made of: all a text view asks the agent for.
+const std::vector<std::string>& neighborRowAttributes();
 
 struct InterfaceRow {
   std::string intf;

@@ -46,7 +46,7 @@ class Client {
 
  private:
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
-  static constexpr size_t kReadChunk = 256 * 1024;
+  static constexpr size_t kReadChunk = 1024 * 1024;
   static Deadline deadlineOf(double timeout);  // none for a negative timeout
   // One read into in_; false when the time is up or the connection is gone.
   bool readSome(Deadline deadline);

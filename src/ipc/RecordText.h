@@ -7,6 +7,7 @@
 #include <concepts>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -52,9 +53,15 @@ class RecordText {
 
   template <Platform::Reflected T>
   void record(const T& record) {
+    recordOnly(record, {});
+  }
+  // Only the attributes named (all when none are), in the record's order.
+  template <Platform::Reflected T>
+  void recordOnly(const T& record, const std::set<std::string, std::less<>>& names) {
     out_ += '{';
     bool first = true;
     record.visitAttrs([&](Platform::AttrKind, const char* name, const auto& member) {
+      if (!names.empty() && !names.contains(std::string_view(name))) return;
       if (!first) out_ += ',';
       first = false;
       key(name);

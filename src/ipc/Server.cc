@@ -21,6 +21,7 @@ constexpr size_t kReadChunk = 64 * 1024;
 // Reads per readiness call: one busy client cannot keep the event thread to itself.
 constexpr int kReadsPerWake = 8;
 constexpr size_t kLargeReply = 1024 * 1024;
+constexpr size_t kLargeReplyBuffer = 4 * 1024 * 1024;  // the kernel may cap it lower
 
 std::string errnoText(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -64,7 +65,7 @@ class Server::Client : public Session {
     }
     if (line.size() > kLargeReply && !largeBuffer_) {
       // A large reply goes in fewer, larger writes: fewer turns of this loop and of the reader.
-      const int size = static_cast<int>(kLargeReply);
+      const int size = static_cast<int>(kLargeReplyBuffer);
       ::setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
       largeBuffer_ = true;
     }

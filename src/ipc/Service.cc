@@ -259,6 +259,15 @@ Json Service::list(const std::string& path) {
 
 void Service::neighbors(const Json& request, std::string& out) {
   const std::set<std::string> only = interfaceFilter(request);
+  // A client that shows a few columns asks for those only: less to write, send and read.
+  std::set<std::string, std::less<>> attributes;
+  if (auto it = request.find("attributes"); it != request.end()) {
+    if (!it->is_array()) refuse("badRequest", "\"attributes\" must be a list of attribute names");
+    for (const Json& name : *it) {
+      if (!name.is_string()) refuse("badRequest", "\"attributes\" must be a list of attribute names");
+      attributes.insert(name.get<std::string>());
+    }
+  }
   const Ptr<Entity> status = db_.entity(paths_.status);
   size_t neighbours = 0;
   eachPortStatus(status, [&](const Lldp::PortStatus& ps) { neighbours += ps.remoteSystems(); });
@@ -280,7 +289,7 @@ void Service::neighbors(const Json& request, std::string& out) {
     for (const auto& [index, rs] : ps.remoteSystem()) {
       if (!first) out += ',';
       first = false;
-      text.record(*rs);
+      text.recordOnly(*rs, attributes);
     }
     out += "]}";
   });

@@ -75,6 +75,7 @@ TEST_F(CommandsTest, NeighboursPrintAsAnAlignedTableWithAgesAndCapabilityNames) 
   agent.replies.push_back(neighbours);
   EXPECT_EQ(Cli::showNeighbors(context, {"Ethernet1"}, false), Cli::kExitOk);
   EXPECT_EQ(agent.requests[0]["interfaces"], Json::array({"Ethernet1"}));
+  EXPECT_THAT(agent.requests[0]["attributes"], testing::Contains("sysName")) << "a table asks for its columns only";
   const std::string text = out.str();
   EXPECT_THAT(text, HasSubstr("Interface  Chassis ID         Port ID  System name  Capabilities  TTL  Age"));
   EXPECT_THAT(text, HasSubstr("Ethernet1  02:00:00:00:00:99  swp1     spine-a      bridge        120  1m23s"));

@@ -99,6 +99,13 @@ TEST_F(ServiceTest, GetReadsEntitiesListsPrefixesAndNeighboursByInterface) {
   EXPECT_EQ(reply["portStatus"][0]["intfId"], "Ethernet2");
   ASSERT_EQ(reply["portStatus"][0]["remoteSystem"].size(), 1u);
   EXPECT_EQ(reply["portStatus"][0]["remoteSystem"][0]["msap"]["chassisIdentifier"]["value"], "02:00:00:00:00:99");
+  reply = ask({{"op", "neighbors"}, {"attributes", {"sysName", "msap", "noSuchAttribute"}}});
+  ASSERT_EQ(reply["portStatus"].size(), 2u);
+  const Json& few = reply["portStatus"][1]["remoteSystem"][0];
+  ASSERT_EQ(few.size(), 2u) << few.dump();
+  EXPECT_EQ(few.begin().key(), "msap") << "the record's order, not the request's";
+  EXPECT_TRUE(few.contains("sysName"));
+  EXPECT_EQ(ask({{"op", "neighbors"}, {"attributes", "sysName"}})["error"]["code"], "badRequest");
 
   reply = ask({{"op", "interfaces"}});
   ASSERT_EQ(reply["port"].size(), 2u);
