@@ -14,11 +14,11 @@ namespace {
 constexpr const char* kStatusPath = "l2discovery/lldp/status/all";
 constexpr const char* kCliConfigPath = "l2discovery/lldp/cliConfig";
 constexpr const char* kExternalTlvsPath = "l2discovery/lldp/externalTlvs";
+// Enough of a reply to tell a success from anything else.
+constexpr size_t kReplyStartBytes = 64;
 
-// The reply of a successful request; otherwise one line on standard error and nothing.
-std::optional<Json> call(Context& c, const Json& request) {
-  std::string error;
-  auto reply = c.agent.ask(request, error);
+// The reply when it is a success; otherwise one line on standard error and nothing.
+std::optional<Json> checked(Context& c, std::optional<Json> reply, const std::string& error) {
   if (!reply) {
     c.err << "lldp: " << error << "\n";
     return std::nullopt;
@@ -29,6 +29,12 @@ std::optional<Json> call(Context& c, const Json& request) {
     return std::nullopt;
   }
   return reply;
+}
+
+std::optional<Json> call(Context& c, const Json& request) {
+  std::string error;
+  auto reply = c.agent.ask(request, error);
+  return checked(c, std::move(reply), error);
 }
 
 void printJson(Context& c, const Json& doc) { c.out << Platform::jsonText(doc, c.pretty ? 2 : -1) << "\n"; }
@@ -47,7 +53,51 @@ int done(Context& c) {
 }  // namespace
 
 int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail) {
-  auto reply = call(c, interfacesRequest("neighbors", intfs));
+  const Json request = interfacesRequest("neighbors", intfs);
+  if (c.json && !c.pretty) {
+    // Tens of megabytes for a large table: passed on as the agent writes them, never read, rewritten
+    // or held whole. What is not a success reply is read as JSON as usual.
+    std::string head;
+    bool decided = false, passing = false;
+    auto sink = [&](std::string_view piece, bool last) {
+      if (passing) {
+        c.out << piece;
+        if (last) c.out << "\n";
+        return;
+      }
+      head += piece;
+      if (decided || (head.size() < kReplyStartBytes && !last)) return;
+      decided = true;
+      const auto at = documentFieldsAt(head);
+      if (!at) return;
+      passing = true;
+      c.out << "{\"schema\":" << kJsonSchema << std::string_view(head).substr(*at);
+      if (last) c.out << "\n";
+    };
+    std::string error;
+    const bool answered = c.agent.askStream(request, sink, error);
+    if (passing) {
+      if (answered) return kExitOk;
+      c.out.flush();
+      c.err << "lldp: " << error << "\n";
+      return kExitRefused;
+    }
+    std::optional<Json> parsed;
+    if (answered) {
+      parsed = Json::parse(head, nullptr, false);
+      if (parsed->is_discarded()) {
+        parsed.reset();
+        error = "the LLDP agent sent a reply that is not JSON";
+      }
+    }
+    auto reply = checked(c, std::move(parsed), error);
+    if (!reply) return kExitRefused;
+    printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
+    return kExitOk;
+  }
+  Json textRequest = request;
+  if (!c.json) textRequest["attributes"] = neighborRowAttributes();
+  auto reply = call(c, textRequest);
   if (!reply) return kExitRefused;
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
@@ -146,10 +196,16 @@ int unconfigure(Context& c, const std::string& intf, const std::string& key) {
 
 int configSave(Context& c) { return call(c, {{"op", "save"}}) ? done(c) : kExitRefused; }
 
-int clearNeighbors(Context& c) {
+int clearNeighbors(Context& c, const std::string& intf) {
   std::string origin = "lldp clear neighbors";
+  Json request = {{"op", "clear"}};
+  if (!intf.empty()) {
+    origin += " " + intf;
+    request["interface"] = intf;
+  }
   if (const char* tty = ::ttyname(STDIN_FILENO)) origin += std::string(" on ") + tty;
-  return call(c, {{"op", "clear"}, {"origin", origin}}) ? done(c) : kExitRefused;
+  request["origin"] = origin;
+  return call(c, request) ? done(c) : kExitRefused;
 }
 
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,

@@ -33,7 +33,8 @@ int showStatus(Context& c);
 int configure(Context& c, const std::string& intf, const std::string& key, const std::string& value);
 int unconfigure(Context& c, const std::string& intf, const std::string& key);
 int configSave(Context& c);
-int clearNeighbors(Context& c);
+// One interface's neighbours, or every interface's when intf is empty.
+int clearNeighbors(Context& c, const std::string& intf);
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
            const std::string& value);
 int tlvDel(Context& c, const std::string& client);

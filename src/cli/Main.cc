@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <cctype>
+
 #include <iostream>
 #include <iterator>
 
@@ -62,6 +64,36 @@ bool keyArgs(std::vector<std::string> args, size_t values, std::string& intf, st
   return true;
 }
 
+// The command as far as it was given, as "lldp show".
+std::string commandOf(const CLI::App& app) {
+  std::string out = "lldp";
+  const CLI::App* at = &app;
+  for (;;) {
+    const auto subs = at->get_subcommands();
+    if (subs.empty()) return out;
+    at = subs.front();
+    out += " " + at->get_name();
+  }
+}
+
+// One line: what is wrong with the command line, and where help for it is.
+std::string usageError(const CLI::App& app, const CLI::ParseError& e) {
+  const std::string command = commandOf(app);
+  const CLI::App* at = &app;
+  while (!at->get_subcommands().empty()) at = at->get_subcommands().front();
+  std::string what = e.what();
+  if (what.find("subcommand is required") != std::string::npos) {
+    std::string names;
+    for (const CLI::App* sub : at->get_subcommands({})) names += (names.empty() ? "" : ", ") + sub->get_name();
+    const auto extra = at->remaining();
+    what = extra.empty() ? "a command is needed: " + names
+                         : "unknown command '" + extra.front() + "'; the commands are: " + names;
+  } else if (!what.empty()) {
+    what[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(what[0])));
+  }
+  return command + ": " + what + " (see '" + command + " --help')";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -69,9 +101,11 @@ int main(int argc, char** argv) {
                "changes. It reaches the agent at its socket (--socket, LLDP_SOCKET, or " +
                std::string(Cli::SocketQuery::kDefaultSocket) + ")."};
   app.require_subcommand(1);
+  app.fallthrough();  // --socket also after the command; inherited by every command
   std::string socketPath;
   bool agentJson = false;
-  app.add_option("--socket", socketPath, "The agent's socket");
+  app.add_option("--socket", socketPath, "The agent's socket (default: LLDP_SOCKET, or " +
+                                             std::string(Cli::SocketQuery::kDefaultSocket) + ")");
   auto addJson = [&](CLI::App* sub) { sub->add_flag("--json", agentJson, "Print JSON (schema 1) instead of text"); };
 
   auto* show = app.add_subcommand("show", "Show the agent's state")->require_subcommand(1);
@@ -95,14 +129,16 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> keyArgsList;
   auto* configure = app.add_subcommand("configure", "Change one setting: [interface IFACE] KEY VALUE");
-  configure->add_option("args", keyArgsList, "[interface IFACE] KEY VALUE")->required();
+  configure->add_option("setting", keyArgsList, "[interface IFACE] KEY VALUE (the keys: lldp-agent --config-keys)");
   auto* unconfigure = app.add_subcommand("unconfigure", "Put one setting back to its default: [interface IFACE] KEY");
-  unconfigure->add_option("args", keyArgsList, "[interface IFACE] KEY")->required();
+  unconfigure->add_option("setting", keyArgsList, "[interface IFACE] KEY");
   auto* config = app.add_subcommand("config", "The configuration file")->require_subcommand(1);
   auto* configSave = config->add_subcommand("save", "Write the running configuration to the file");
   auto* clear = app.add_subcommand("clear", "Clear state")->require_subcommand(1);
-  auto* clearNeighbors = clear->add_subcommand("neighbors", "Empty the neighbour tables (all interfaces)");
+  auto* clearNeighbors = clear->add_subcommand("neighbors", "Forget the neighbours of one interface, or of all");
   clearNeighbors->alias("neighbours");
+  std::string clearIntf;
+  clearNeighbors->add_option("interface", clearIntf, "Only this interface's neighbours");
   auto* tlv = app.add_subcommand("tlv", "Send TLVs of your own, as an external TLV client")->require_subcommand(1);
   std::string client = "lldp-cli", tlvIntf, oui, tlvValue;
   unsigned subtype = 0;
@@ -137,14 +173,14 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForAllHelp& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
-    std::cerr << "lldp: " << e.what() << " (see lldp --help)\n";
+    std::cerr << usageError(app, e) << "\n";
     return kBadInput;
   }
 
   if (decode->parsed()) {
     const bool hexGiven = decode->count("--hex") > 0;
     if (hexGiven == !file.empty()) {
-      std::cerr << "lldp decode: give either a capture file or --hex\n";
+      std::cerr << "lldp decode: give either a capture file or --hex (see 'lldp decode --help')\n";
       return kBadInput;
     }
     if (hexGiven && !hexText) hexText = std::string();
@@ -168,14 +204,15 @@ int main(int argc, char** argv) {
     std::string intf, key, value;
     const bool setting = configure->parsed();
     if (!keyArgs(keyArgsList, setting ? 1 : 0, intf, key, value)) {
-      std::cerr << "lldp: expected " << (setting ? "[interface IFACE] KEY VALUE" : "[interface IFACE] KEY")
-                << " (see lldp " << (setting ? "configure" : "unconfigure") << " --help)\n";
+      const char* name = setting ? "configure" : "unconfigure";
+      std::cerr << "lldp " << name << ": expected " << (setting ? "[interface IFACE] KEY VALUE" : "[interface IFACE] KEY")
+                << " (see 'lldp " << name << " --help')\n";
       return kBadInput;
     }
     return setting ? Cli::configure(context, intf, key, value) : Cli::unconfigure(context, intf, key);
   }
   if (configSave->parsed()) return Cli::configSave(context);
-  if (clearNeighbors->parsed()) return Cli::clearNeighbors(context);
+  if (clearNeighbors->parsed()) return Cli::clearNeighbors(context, clearIntf);
   if (tlvAdd->parsed()) return Cli::tlvAdd(context, client, tlvIntf, oui, subtype, tlvValue);
   if (tlvDel->parsed()) return Cli::tlvDel(context, client);
   if (watch->parsed()) return Cli::watch(context);

@@ -69,6 +69,32 @@ Json jsonDocument(const Json& reply, std::initializer_list<const char*> keys) {
   return doc;
 }
 
+std::optional<size_t> documentFieldsAt(std::string_view reply) {
+  std::string_view rest = reply;
+  auto take = [&rest](std::string_view text) {
+    if (!rest.starts_with(text)) return false;
+    rest.remove_prefix(text.size());
+    return true;
+  };
+  // "key":digits, when the key is there.
+  auto number = [&](std::string_view key) {
+    if (!take(key)) return true;
+    const size_t digits = rest.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string_view::npos || rest[digits] != ',') return false;
+    rest.remove_prefix(digits + 1);
+    return true;
+  };
+  if (!take("{") || !number("\"v\":") || !number("\"id\":") || !take("\"ok\":true")) return std::nullopt;
+  if (!rest.starts_with(",") && !rest.starts_with("}")) return std::nullopt;
+  return reply.size() - rest.size();
+}
+
+const std::vector<std::string>& neighborRowAttributes() {
+  static const std::vector<std::string> names = {"msap",   "ttl",     "creationTime",    "portDesc",      "sysName",
+                                                 "sysDesc", "sysCapSupported", "sysCapEnabled", "managementAddress"};
+  return names;
+}
+
 std::vector<NeighborRow> neighborRows(const Json& reply) {
   std::vector<NeighborRow> rows;
   const double now = reply.value("now", 0.0);

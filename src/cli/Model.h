@@ -2,7 +2,9 @@
 // the versioned JSON document for --json. The JSON keys are the records' attribute names.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/Query.h"
@@ -14,6 +16,10 @@ inline constexpr int kJsonSchema = 1;
 
 // The document printed for --json: {"schema": 1, ...data}.
 Json jsonDocument(const Json& reply, std::initializer_list<const char*> keys);
+// Where the fields of a success reply's text begin: {"v":1,"id":7,"ok":true,FIELDS} is printed
+// as {"schema":1,FIELDS}, every field kept, without reading them. Nothing for any other reply (a
+// refusal, or text laid out otherwise), which is then read as JSON.
+std::optional<size_t> documentFieldsAt(std::string_view reply);
 
 struct NeighborRow {
   std::string intf;
@@ -31,6 +37,8 @@ struct NeighborRow {
   double age = 0;
 };
 std::vector<NeighborRow> neighborRows(const Json& reply);
+// The neighbour attributes the rows are made of: all a text view asks the agent for.
+const std::vector<std::string>& neighborRowAttributes();
 
 struct InterfaceRow {
   std::string intf;

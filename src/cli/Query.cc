@@ -26,6 +26,13 @@ std::optional<Json> SocketQuery::ask(const Json& request, std::string& error) {
   return reply;
 }
 
+bool SocketQuery::askStream(const Json& request, const Sink& sink, std::string& error) {
+  if (!connected(error)) return false;
+  if (client_->requestStream(request, sink)) return true;
+  error = "the LLDP agent closed the connection or did not answer";
+  return false;
+}
+
 std::optional<Json> SocketQuery::nextEvent() {
   if (!client_) return std::nullopt;
   return client_->nextMessage(-1);

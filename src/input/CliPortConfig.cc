@@ -74,6 +74,7 @@ void RemTablesClearRequestSm::handleRemTablesClearRequest() {
   // The last clear time survives restarts, so each request is carried out once.
   if (!(request.time > remTablesStatus->remTablesLastClearTime())) return;
   for (auto it = root_->status()->portStatus().begin(); it; ++it) {
+    if (!request.intfId.empty() && it.key() != request.intfId) continue;
     it.value()->remoteSystemDelReasonIs(RemoteSystemDelReason::cleared);
     it.value()->remoteSystemDelAll();
     it.value()->remoteSystemByMsapDelAll();

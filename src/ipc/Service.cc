@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <set>
 
+#include "ipc/RecordText.h"
 #include "records/AgentRecords.h"
 #include "records/LldpRecords.h"
 #include "records/RecordsJson.h"
@@ -146,11 +148,20 @@ void eachPortStatus(const Ptr<Entity>& status, F&& fn) {
   });
 }
 
-bool wanted(const Json& request, const std::string& intf) {
+// The interfaces a request names; empty for all.
+std::set<std::string> interfaceFilter(const Json& request) {
+  std::set<std::string> only;
   auto it = request.find("interfaces");
-  if (it == request.end() || !it->is_array() || it->empty()) return true;
-  return std::any_of(it->begin(), it->end(), [&](const Json& j) { return j.is_string() && j.get<std::string>() == intf; });
+  if (it == request.end() || !it->is_array()) return only;
+  for (const Json& j : *it) {
+    if (j.is_string()) only.insert(j.get<std::string>());
+  }
+  // Names that are no strings match nothing, as before; a list of only those still filters.
+  if (only.empty() && !it->empty()) only.insert(std::string());
+  return only;
 }
+
+std::string textOf(const Json& j) { return Platform::jsonText(j, -1); }
 
 Json portCounters(const Lldp::PortStatus& ps) {
   Json j = Platform::recordToJson(ps);
@@ -171,35 +182,50 @@ Service::Service(Platform::StateDb& db, Paths paths) : db_(db), paths_(std::move
 
 Service::~Service() = default;
 
-Json Service::handle(const std::string& line, Session& session) {
-  if (!nestingWithin(line, kMaxNesting)) return errorReply("badRequest", "request nested too deeply");
+Json Service::handle(const std::string& line, Session& session) { return Json::parse(handleText(line, session).line); }
+
+Service::Reply Service::handleText(const std::string& line, Session& session) {
+  if (!nestingWithin(line, kMaxNesting)) return {textOf(errorReply("badRequest", "request nested too deeply")), false};
   Json request = Json::parse(line, nullptr, false);
-  if (request.is_discarded()) return errorReply("badRequest", "not JSON");
-  if (!request.is_object()) return errorReply("badRequest", "a request is a JSON object");
-  Json reply;
+  if (request.is_discarded()) return {textOf(errorReply("badRequest", "not JSON")), false};
+  if (!request.is_object()) return {textOf(errorReply("badRequest", "a request is a JSON object")), false};
+  Json id;
+  if (auto it = request.find("id"); it != request.end() && it->is_primitive()) id = *it;
+  std::string head = "{\"v\":" + std::to_string(kProtocolVersion);
+  if (!id.is_null()) head += ",\"id\":" + textOf(id);
+  Reply reply{head + ",\"ok\":true", true};
+  Json error;
   try {
     if (auto v = request.find("v"); v != request.end() && *v != kProtocolVersion) {
       refuse("unsupportedVersion", "protocol version " + v->dump() + " not supported; this agent speaks 1");
     }
-    reply = dispatch(request, session);
-    reply["ok"] = true;
+    dispatch(request, session, reply.line);
+    reply.line += '}';
+    return reply;
   } catch (const Refusal& r) {
-    reply = errorReply(r.code, r.message);
+    error = {{"code", r.code}, {"message", r.message}};
   } catch (const std::exception& e) {
-    reply = errorReply("invalid", e.what());
+    error = {{"code", "invalid"}, {"message", e.what()}};
   }
-  Json out = {{"v", kProtocolVersion}};
-  if (auto id = request.find("id"); id != request.end() && (id->is_primitive())) out["id"] = *id;
-  for (auto& [k, v] : reply.items()) out[k] = std::move(v);
-  return out;
+  return {head + ",\"ok\":false,\"error\":" + textOf(error) + "}", false};
 }
 
-Json Service::dispatch(const Json& request, Session& session) {
+void Service::dispatch(const Json& request, Session& session, std::string& out) {
   const std::string op = stringField(request, "op");
+  if (op == "neighbors") return neighbors(request, out);
+  const Json reply = fields(op, request, session);
+  for (const auto& [key, value] : reply.items()) {
+    out += ',';
+    out += textOf(Json(key));
+    out += ':';
+    out += textOf(value);
+  }
+}
+
+Json Service::fields(const std::string& op, const Json& request, Session& session) {
   if (op == "hello") return {{"agent", "lldp-agent"}, {"protocol", kProtocolVersion}};
   if (op == "get") return get(request);
   if (op == "list") return list(stringField(request, "path"));
-  if (op == "neighbors") return neighbors(request);
   if (op == "interfaces") return interfaces(request);
   if (op == "status") return status();
   if (op == "subscribe") return subscribe(request, session);
@@ -231,18 +257,47 @@ Json Service::list(const std::string& path) {
   return {{"path", path}, {"children", std::move(children)}};
 }
 
-Json Service::neighbors(const Json& request) {
-  Json ports = Json::array();
-  eachPortStatus(db_.entity(paths_.status), [&](const Lldp::PortStatus& ps) {
-    if (!wanted(request, ps.intfId().name())) return;
-    Json remote = Json::array();
-    for (const auto& [index, rs] : ps.remoteSystem()) remote.push_back(Platform::recordToJson(*rs));
-    ports.push_back({{"intfId", ps.intfId().name()}, {"remoteSystem", std::move(remote)}});
+void Service::neighbors(const Json& request, std::string& out) {
+  const std::set<std::string> only = interfaceFilter(request);
+  // A client that shows a few columns asks for those only: less to write, send and read.
+  std::set<std::string, std::less<>> attributes;
+  if (auto it = request.find("attributes"); it != request.end()) {
+    if (!it->is_array()) refuse("badRequest", "\"attributes\" must be a list of attribute names");
+    for (const Json& name : *it) {
+      if (!name.is_string()) refuse("badRequest", "\"attributes\" must be a list of attribute names");
+      attributes.insert(name.get<std::string>());
+    }
+  }
+  const Ptr<Entity> status = db_.entity(paths_.status);
+  size_t neighbours = 0;
+  eachPortStatus(status, [&](const Lldp::PortStatus& ps) { neighbours += ps.remoteSystems(); });
+  out.reserve(out.size() + 2048 * neighbours + 4096);  // about what one neighbour takes
+  RecordText text(out);
+  out += ",\"now\":";
+  text.json(Json(db_.scheduler().now()));
+  out += ",\"portStatus\":[";
+  bool firstPort = true;
+  eachPortStatus(status, [&](const Lldp::PortStatus& ps) {
+    const std::string name = ps.intfId().name();
+    if (!only.empty() && !only.contains(name)) return;
+    if (!firstPort) out += ',';
+    firstPort = false;
+    out += "{\"intfId\":";
+    text.string(name);
+    out += ",\"remoteSystem\":[";
+    bool first = true;
+    for (const auto& [index, rs] : ps.remoteSystem()) {
+      if (!first) out += ',';
+      first = false;
+      text.recordOnly(*rs, attributes);
+    }
+    out += "]}";
   });
-  return {{"now", db_.scheduler().now()}, {"portStatus", std::move(ports)}};
+  out += ']';
 }
 
 Json Service::interfaces(const Json& request) {
+  const std::set<std::string> only = interfaceFilter(request);
   Json ports = Json::array();
   const auto config = db_.lookup<Lldp::Config>(paths_.config);
   const auto local = db_.lookup<Lldp::LocalSystem>(paths_.localSystem);
@@ -253,7 +308,7 @@ Json Service::interfaces(const Json& request) {
   if (config) {
     for (const auto& [intf, pc] : config->portConfig()) {
       const std::string name = intf.name();
-      if (!wanted(request, name)) continue;
+      if (!only.empty() && !only.contains(name)) continue;
       const Lldp::LocalPort::Ptr lp = local ? local->localPort(intf) : Lldp::LocalPort::Ptr();
       auto c = counters.find(name);
       ports.push_back({{"intfId", name},
@@ -468,9 +523,15 @@ Json Service::del(const Json& request, Session& session) {
 }
 
 Json Service::clear(const Json& request, Session& session) {
-  if (request.contains("interface")) refuse("invalid", "the neighbour tables are cleared on every interface at once");
+  const std::string intf = request.contains("interface") ? nameChecked(stringField(request, "interface"), "interface")
+                                                         : std::string();
   auto rtc = db_.lookup<Lldp::RemTablesCliConfig>(paths_.remTablesCliConfig);
   if (!rtc) refuse("unavailable", "the agent is not running yet");
+  if (!intf.empty()) {
+    bool known = false;
+    eachPortStatus(db_.entity(paths_.status), [&](const Lldp::PortStatus& ps) { known |= ps.intfId().name() == intf; });
+    if (!known) refuse("notFound", "no LLDP port " + intf + "; 'lldp show interfaces' lists them");
+  }
   double last = rtc->remTablesClearRequest().time;
   if (auto status = db_.lookup<Lldp::RemTablesStatus>(paths_.remTablesStatus)) {
     last = std::max(last, status->remTablesLastClearTime());
@@ -481,7 +542,8 @@ Json Service::clear(const Json& request, Session& session) {
   if (auto it = request.find("origin"); it != request.end() && it->is_string() && !it->get<std::string>().empty()) {
     origin = it->get<std::string>().substr(0, kMaxNameLength) + " (" + origin + ")";
   }
-  rtc->remTablesClearRequestIs(Lldp::RemTablesClearRequest{time, userName(session.peer().uid), origin});
+  rtc->remTablesClearRequestIs(
+      Lldp::RemTablesClearRequest{time, userName(session.peer().uid), origin, Konet::IntfId(intf)});
   return {{"time", time}};
 }
 

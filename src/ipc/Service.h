@@ -78,7 +78,13 @@ class Service {
   // Daemon figures added to the "status" reply (version, uptime, drops, resyncs).
   void statusProviderIs(std::function<Json()> provider) { statusProvider_ = std::move(provider); }
 
-  // One request line; the reply to send (every request gets exactly one).
+  struct Reply {
+    std::string line;  // the reply's JSON text, without the newline
+    bool ok = false;
+  };
+  // One request line; the reply to send (every request gets exactly one). Replies are composed as
+  // text: the neighbour tables go out without a JSON tree of their own.
+  Reply handleText(const std::string& line, Session& session);
   Json handle(const std::string& line, Session& session);
   // The session is closing: its subscriptions and its short-lived TLVs go.
   void sessionGone(Session& session);
@@ -86,10 +92,12 @@ class Service {
   size_t subscriptions() const { return subscriptionCount_; }
 
  private:
-  Json dispatch(const Json& request, Session& session);
+  // Appends the reply's fields, each preceded by a comma, to out.
+  void dispatch(const Json& request, Session& session, std::string& out);
+  Json fields(const std::string& op, const Json& request, Session& session);
   Json get(const Json& request);
   Json list(const std::string& path);
-  Json neighbors(const Json& request);
+  void neighbors(const Json& request, std::string& out);
   Json interfaces(const Json& request);
   Json status();
   Json subscribe(const Json& request, Session& session);

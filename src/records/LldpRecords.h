@@ -321,6 +321,7 @@ struct RemTablesClearRequest {
   double time = 0;
   std::string requester;
   std::string origin;
+  Konet::IntfId intfId;  // one port's neighbours; empty for every port's
   bool operator==(const RemTablesClearRequest&) const = default;
 };
 

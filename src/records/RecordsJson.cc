@@ -142,7 +142,7 @@ void to_json(nlohmann::ordered_json& j, const MgmtAddrTxOption& v) {
   j = {{"mgmtAddrTxMode", static_cast<int>(v.mode)}, {"intfName", v.intfName.name()}};
 }
 void to_json(nlohmann::ordered_json& j, const RemTablesClearRequest& v) {
-  j = {{"time", v.time}, {"requester", v.requester}, {"origin", v.origin}};
+  j = {{"time", v.time}, {"requester", v.requester}, {"origin", v.origin}, {"intfId", v.intfId.name()}};
 }
 
 }  // namespace Lldp

@@ -30,6 +30,17 @@ struct FakeAgent : Cli::AgentQuery {
     replies.pop_front();
     return reply;
   }
+  // Replies as text in the pieces a socket would hand over; the connection breaks after them
+  // unless the last one ends the reply.
+  std::vector<std::string> pieces;
+  bool lastEndsReply = true;
+  bool askStream(const Json& request, const Sink& sink, std::string& error) override {
+    if (pieces.empty()) return AgentQuery::askStream(request, sink, error);
+    requests.push_back(request);
+    for (size_t i = 0; i < pieces.size(); ++i) sink(pieces[i], lastEndsReply && i + 1 == pieces.size());
+    if (!lastEndsReply) error = "the LLDP agent closed the connection or did not answer";
+    return lastEndsReply;
+  }
   std::optional<Json> nextEvent() override {
     if (events.empty()) return std::nullopt;
     Json e = events.front();
@@ -64,6 +75,7 @@ TEST_F(CommandsTest, NeighboursPrintAsAnAlignedTableWithAgesAndCapabilityNames) 
   agent.replies.push_back(neighbours);
   EXPECT_EQ(Cli::showNeighbors(context, {"Ethernet1"}, false), Cli::kExitOk);
   EXPECT_EQ(agent.requests[0]["interfaces"], Json::array({"Ethernet1"}));
+  EXPECT_THAT(agent.requests[0]["attributes"], testing::Contains("sysName")) << "a table asks for its columns only";
   const std::string text = out.str();
   EXPECT_THAT(text, HasSubstr("Interface  Chassis ID         Port ID  System name  Capabilities  TTL  Age"));
   EXPECT_THAT(text, HasSubstr("Ethernet1  02:00:00:00:00:99  swp1     spine-a      bridge        120  1m23s"));
@@ -85,6 +97,49 @@ TEST_F(CommandsTest, JsonKeepsItsShapeWithNoneOneOrManyNeighbours) {
   EXPECT_TRUE(doc["portStatus"][1]["remoteSystem"].is_array());
   EXPECT_EQ(doc["portStatus"][0]["remoteSystem"][0]["sysName"], "spine-a");
   EXPECT_FALSE(doc.contains("ok"));
+}
+
+TEST_F(CommandsTest, CompactJsonIsTheRepliesFieldsPassedOnAsTheyArrive) {
+  context.json = true;
+  context.pretty = false;
+  agent.replies.push_back(neighbours);
+  EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitOk);
+  Json doc = Json::parse(out.str());
+  EXPECT_EQ(doc["schema"], Cli::kJsonSchema);
+  EXPECT_EQ(doc["portStatus"], neighbours["portStatus"]);
+  EXPECT_FALSE(doc.contains("ok"));
+
+  // A reply whose start comes in small pieces, and one with nothing after "ok".
+  out.str("");
+  agent.pieces = {"{\"v\":1,\"id\":3,\"ok\":tr", "ue,\"now\":2.5,\"portSta", "tus\":[]}"};
+  EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitOk);
+  EXPECT_EQ(out.str(), "{\"schema\":1,\"now\":2.5,\"portStatus\":[]}\n");
+
+  // A refusal is read and reported as from any other command.
+  out.str("");
+  agent.pieces = {"{\"v\":1,\"id\":4,\"ok\":false,\"error\":{\"code\":\"x\",\"message\":\"not ready\"}}"};
+  EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitRefused);
+  EXPECT_EQ(err.str(), "lldp: the agent refused: not ready\n");
+  EXPECT_TRUE(out.str().empty());
+
+  // The agent going away halfway: what came is printed, and the failure is said and returned.
+  err.str("");
+  agent.pieces = {"{\"v\":1,\"id\":5,\"ok\":true,\"now\":1,\"portStatus\":[{\"intfId\":\"Ethernet1\",\"remoteSystem\":[", "{"};
+  agent.lastEndsReply = false;
+  EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitRefused);
+  EXPECT_EQ(err.str(), "lldp: the LLDP agent closed the connection or did not answer\n");
+}
+
+TEST(DocumentFieldsAt, OnlyASuccessReplyLaidOutAsTheAgentWritesIt) {
+  EXPECT_EQ(Cli::documentFieldsAt("{\"v\":1,\"id\":7,\"ok\":true,\"now\":1}"), 23u);
+  EXPECT_EQ(Cli::documentFieldsAt("{\"v\":1,\"id\":7,\"ok\":true}"), 23u);
+  EXPECT_EQ(Cli::documentFieldsAt("{\"ok\":true,\"a\":1}"), 10u);
+  EXPECT_FALSE(Cli::documentFieldsAt("{\"v\":1,\"id\":7,\"ok\":false,\"error\":{}}"));
+  EXPECT_FALSE(Cli::documentFieldsAt("{\"v\":1,\"id\":\"a\",\"ok\":true,\"now\":1}"));
+  EXPECT_FALSE(Cli::documentFieldsAt("{\"v\":1,\"id\":,\"ok\":true}"));
+  EXPECT_FALSE(Cli::documentFieldsAt("{\"v\":1,\"id\":7,\"ok\":trueish}"));
+  EXPECT_FALSE(Cli::documentFieldsAt("{\"now\":1,\"ok\":true}"));
+  EXPECT_FALSE(Cli::documentFieldsAt(""));
 }
 
 TEST_F(CommandsTest, RefusalsAndAnAbsentAgentAreOneLineAndExitStatusOne) {

@@ -99,6 +99,13 @@ TEST_F(ServiceTest, GetReadsEntitiesListsPrefixesAndNeighboursByInterface) {
   EXPECT_EQ(reply["portStatus"][0]["intfId"], "Ethernet2");
   ASSERT_EQ(reply["portStatus"][0]["remoteSystem"].size(), 1u);
   EXPECT_EQ(reply["portStatus"][0]["remoteSystem"][0]["msap"]["chassisIdentifier"]["value"], "02:00:00:00:00:99");
+  reply = ask({{"op", "neighbors"}, {"attributes", {"sysName", "msap", "noSuchAttribute"}}});
+  ASSERT_EQ(reply["portStatus"].size(), 2u);
+  const Json& few = reply["portStatus"][1]["remoteSystem"][0];
+  ASSERT_EQ(few.size(), 2u) << few.dump();
+  EXPECT_EQ(few.begin().key(), "msap") << "the record's order, not the request's";
+  EXPECT_TRUE(few.contains("sysName"));
+  EXPECT_EQ(ask({{"op", "neighbors"}, {"attributes", "sysName"}})["error"]["code"], "badRequest");
 
   reply = ask({{"op", "interfaces"}});
   ASSERT_EQ(reply["port"].size(), 2u);
@@ -150,12 +157,30 @@ TEST_F(ServiceTest, ClearAndPortRemovalAreTheReasonsTheirNeighboursGo) {
   startAgent();
   scheduler.runFor(5);
   ASSERT_TRUE(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/status/all"}, {"types", {"RemoteSystem"}}})["ok"]);
-  Json reply = ask({{"op", "clear"}, {"origin", "lldp clear neighbors"}});
+  auto neighbours = [this](const char* intf) { return ask({{"op", "neighbors"}, {"interfaces", {intf}}})["portStatus"][0]["remoteSystem"].size(); };
+  // One port: only its neighbours go, and the log names who and from where.
+  Json reply = ask({{"op", "clear"}, {"interface", "Ethernet1"}, {"origin", "lldp clear neighbors Ethernet1"}});
   ASSERT_TRUE(reply["ok"]) << reply.dump();
   scheduler.runPending();
-  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:cleared", "removed:cleared"}));
-  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u);
-  EXPECT_EQ(ask({{"op", "clear"}, {"interface", "Ethernet1"}})["error"]["code"], "invalid");
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:cleared"}));
+  EXPECT_EQ(neighbours("Ethernet1"), 0u);
+  EXPECT_EQ(neighbours("Ethernet2"), 1u);
+  ASSERT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u);
+  EXPECT_THAT(logs.entries().back().text,
+              testing::MatchesRegex("LLDP neighbor table cleared by [^ ]+ on lldp clear neighbors Ethernet1 "
+                                    "\\(state socket, pid 4242\\)"));
+  EXPECT_EQ(ask({{"op", "clear"}, {"interface", "Ethernet7"}})["error"]["code"], "notFound");
+  EXPECT_EQ(ask({{"op", "clear"}, {"interface", 7}})["error"]["code"], "badRequest");
+  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u) << "a refused request clears nothing";
+  session.sent.clear();
+
+  // Every port: a second request in the same instant is still carried out.
+  reply = ask({{"op", "clear"}});
+  ASSERT_TRUE(reply["ok"]) << reply.dump();
+  scheduler.runPending();
+  EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"removed:cleared"}));
+  EXPECT_EQ(neighbours("Ethernet2"), 0u);
+  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 2u);
   session.sent.clear();
 
   scheduler.runFor(35);  // learnt again

@@ -4,12 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <thread>
 
+#include "codec/LldpProtocol.h"
 #include "ipc/Client.h"
 #include "ipc/Server.h"
 #include "linux/AsioScheduler.h"
+#include "platform/Log.h"
 #include "records/LldpRecords.h"
+#include "records/RecordsJson.h"
 
 namespace IpcTest {
 namespace {
@@ -142,6 +147,64 @@ TEST_F(SocketTest, ASubscriberThatNeverReadsIsDisconnectedAndTheAgentGoesOn) {
   while (slow->nextMessage(0.2)) {
   }
   EXPECT_TRUE(slow->closed());
+}
+
+std::vector<uint8_t> lldpdu(uint32_t chassis, const std::string& sysDesc) {
+  std::vector<uint8_t> out;
+  auto tlv = [&out](int type, const std::string& value) {
+    const int header = type << 9 | static_cast<int>(value.size());
+    out.push_back(static_cast<uint8_t>(header >> 8));
+    out.push_back(static_cast<uint8_t>(header));
+    out.insert(out.end(), value.begin(), value.end());
+  };
+  tlv(1, std::string{4, 0x02, 0x00, 0, 0, static_cast<char>(chassis >> 8), static_cast<char>(chassis)});
+  tlv(2, "\x05swp1");
+  tlv(3, std::string("\x00\x78", 2));
+  tlv(6, sysDesc);
+  tlv(0, "");
+  out.resize(out.size() + Lldp::kRxSlack, 0);
+  return out;
+}
+
+TEST_F(SocketTest, ALargeNeighbourTableArrivesInPiecesExactlyAsTheRecordsRead) {
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
+  auto status = db.mountIs<Lldp::Status>("l2discovery/lldp/status/all", "w");
+  auto pc = Platform::make<Lldp::PortConfig>(Konet::IntfId("eth1"));
+  pc->maxRemoteSystemsIs(1000);
+  auto ps = status->portStatusIs(Konet::IntfId("eth1"), 0.0);
+  for (uint32_t n = 1; n <= 600; ++n) {
+    const auto frame = lldpdu(n, "neighbour " + std::to_string(n) + " " + std::string(200, 'x'));
+    Lldp::processRxLldpdu(frame.data(), frame.data() + frame.size() - Lldp::kRxSlack, *pc, *status, *ps,
+                          Konet::EthAddr(2, 0, 0, 0, 0, 1), 0.0);
+  }
+  ASSERT_EQ(ps->remoteSystems(), 600u);
+  listen();
+  std::atomic<bool> done{false};
+  size_t pieces = 0;
+  std::string streamed;
+  bool ended = false;
+  std::thread reader([&] {
+    Ipc::Client client;
+    std::string error;
+    if (client.connect(options.socketPath, error)) {
+      ended = client.requestStream({{"op", "neighbors"}}, [&](std::string_view piece, bool last) {
+        ++pieces;
+        streamed += piece;
+        ended = last;
+      });
+    }
+    done = true;
+  });
+  while (!done) scheduler.runFor(0.005);
+  reader.join();
+  ASSERT_TRUE(ended);
+  EXPECT_GT(pieces, 1u) << "a reply of " << streamed.size() << " bytes in one piece";
+  Json reply = Json::parse(streamed);
+  EXPECT_TRUE(reply["ok"]);
+  Json neighbours = Json::array();
+  for (const auto& [index, rs] : ps->remoteSystem()) neighbours.push_back(Platform::recordToJson(*rs));
+  ASSERT_EQ(reply["portStatus"].size(), 1u);
+  EXPECT_EQ(reply["portStatus"][0]["remoteSystem"], neighbours);
 }
 
 TEST_F(SocketTest, ConnectingWithoutAnAgentSaysSo) {
