@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 #include "codec/LldpExtCee.h"
@@ -60,6 +61,30 @@ class UnknownOrgDefTlvParseContext {
 
 namespace {
 
+// Neighbours of one make describe their system in the same words, and a switch may hear hundreds
+// of them: a description seen recently is handed out shared (copies share the bytes) rather than
+// stored once more per neighbour.
+class RecentTexts {
+ public:
+  const BoundedString255* find(std::string_view text) const {
+    const BoundedString255& slot = slots_[slotOf(text)];
+    return !slot.empty() && slot == text ? &slot : nullptr;
+  }
+  void remember(const BoundedString255& value) {
+    if (value.empty()) return;
+    slots_[slotOf(value.view())] = value;
+  }
+
+ private:
+  static constexpr size_t kSlots = 64;
+  static size_t slotOf(std::string_view text) { return std::hash<std::string_view>()(text) % kSlots; }
+  std::array<BoundedString255, kSlots> slots_;
+};
+
+RecentTexts& recentSysDescs() {
+  static RecentTexts texts;
+  return texts;
+}
 
 struct MsapText {
   const MsapView& msap;
@@ -124,7 +149,11 @@ TlvParseResult parseText(int type, int len, const uint8_t* info, RemoteSystem& s
       TRACE(lldpProtocolTrace, 6) << "System Name: " << scratch.sysName();
       break;
     default:
-      scratch.sysDescIs(text);
+      if (const BoundedString255* shared = recentSysDescs().find(text)) {
+        scratch.sysDescIs(*shared);
+      } else {
+        scratch.sysDescIs(text);
+      }
       TRACE(lldpProtocolTrace, 6) << "System Description: " << scratch.sysDesc();
       break;
   }
@@ -520,6 +549,7 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   if (changed) {
     TRACE(lldpProtocolTrace, 6) << "Something changed -- updating lastChangeTime to " << now;
     rs->lastChangeTimeIs(now);
+    recentSysDescs().remember(rs->sysDesc());
   }
   if (created) {
     publishNewRemoteSystem(rs, status, portStatus);
