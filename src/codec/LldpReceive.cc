@@ -61,16 +61,17 @@ class UnknownOrgDefTlvParseContext {
 
 namespace {
 
-// Neighbours of one make describe their system in the same words, and a switch may hear hundreds
-// of them: a description seen recently is handed out shared (copies share the bytes) rather than
-// stored once more per neighbour.
+// Neighbours of one make describe their system in the same words and name their ports alike,
+// and a switch may hear hundreds of them: a text seen recently is handed out shared (copies share
+// the bytes) rather than stored once more per neighbour.
+template <class Text>
 class RecentTexts {
  public:
-  const BoundedString255* find(std::string_view text) const {
-    const BoundedString255& slot = slots_[slotOf(text)];
+  const Text* find(std::string_view text) const {
+    const Text& slot = slots_[slotOf(text)];
     return !slot.empty() && slot == text ? &slot : nullptr;
   }
-  void remember(const BoundedString255& value) {
+  void remember(const Text& value) {
     if (value.empty()) return;
     slots_[slotOf(value.view())] = value;
   }
@@ -78,12 +79,21 @@ class RecentTexts {
  private:
   static constexpr size_t kSlots = 64;
   static size_t slotOf(std::string_view text) { return std::hash<std::string_view>()(text) % kSlots; }
-  std::array<BoundedString255, kSlots> slots_;
+  std::array<Text, kSlots> slots_;
 };
 
-RecentTexts& recentSysDescs() {
-  static RecentTexts texts;
+RecentTexts<BoundedString255>& recentSysDescs() {
+  static RecentTexts<BoundedString255> texts;
   return texts;
+}
+
+PortId sharedPortId(std::string_view id) {
+  static RecentTexts<PortId> recent;
+  const std::string_view clipped = id.substr(0, std::min(id.size(), PortId::kMax));
+  if (const PortId* shared = recent.find(clipped)) return *shared;
+  PortId value(clipped);
+  recent.remember(value);
+  return value;
 }
 
 struct MsapText {
@@ -370,7 +380,7 @@ bool parseMandatoryTlvs(const uint8_t*& cursor, const uint8_t* end, FrameParse& 
 
 Msap msapOf(const FrameParse& frame) {
   return Msap{{frame.chassisSubtype, ChassisId::clipped(frame.chassisId)},
-              {frame.portSubtype, PortId::clipped(frame.portId)}};
+              {frame.portSubtype, sharedPortId(frame.portId)}};
 }
 
 void logNeighbour(const NeighbourLogHandle& handle, const Msap& msap, const PortStatus& portStatus) {
