@@ -1,14 +1,19 @@
 // The whole agent at scale in virtual time: start-up with 1,000 Ethernet ports, 100 VLAN
 // interfaces with addresses and 50 LAGs until every port has sent its first LLDPDU; then one
 // global change (the host name) reaching every port engine, and one port change (a
-// description). The CPU column is what the targets are about.
+// description). The CPU column is what the targets are about. Then the heap and allocations
+// each basic neighbour costs once the agent has learnt 10,000 of them.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <set>
 #include <string>
 
+#include "AllocCounter.h"
+#include "NeighbourFrames.h"
 #include "agent/LldpAgent.h"
 #include "platform/Log.h"
 #include "platform/SimPacketAccess.h"
@@ -21,6 +26,7 @@ constexpr int kPorts = 1000;
 constexpr int kVlans = 100;
 constexpr int kLags = 50;
 constexpr int kMembersPerLag = 4;
+constexpr int kNeighboursPerPort = 10;
 
 std::string portName(int p) { return "Ethernet" + std::to_string(p / 48 + 1) + "/" + std::to_string(p % 48 + 1); }
 
@@ -208,5 +214,52 @@ void BM_AgentPortDescriptionChange(benchmark::State& state) {
   state.counters["ports_that_sent"] = ports;
 }
 BENCHMARK(BM_AgentPortDescriptionChange)->Unit(benchmark::kMicrosecond);
+
+// Learns kNeighboursPerPort basic neighbours on every port of a running agent and divides the
+// heap growth (malloc's in-use bytes, block overhead included) and the allocations by their
+// number. Each port first hears a shutdown LLDPDU from nobody, so that what the packet path
+// keeps per port whatever it hears is not counted as neighbour cost.
+void BM_AgentLearnBasicNeighbours(benchmark::State& state) {
+  Platform::logSinkIs([](const Platform::LogRecord&) {});
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto sw = std::make_unique<Switch>();
+    sw->start();
+    sw->runUntilEveryPortSent();
+    std::vector<Platform::SimPam*> pams;
+    std::vector<std::vector<std::vector<uint8_t>>> frames(kPorts);
+    for (int p = 0; p < kPorts; ++p) {
+      const auto& pam = sw->agent->protocolRoot()->pamCollection()->intfPam(Konet::IntfId(portName(p)));
+      pams.push_back(static_cast<Platform::SimPam*>(pam.get()));
+      pams.back()->deliver(Bench::basicNeighbourFrame(p, kNeighboursPerPort, 0));
+      for (int n = 0; n < kNeighboursPerPort; ++n) frames[p].push_back(Bench::basicNeighbourFrame(p, n));
+    }
+    sw->scheduler.runPending();
+    state.ResumeTiming();
+
+    const size_t heapBefore = mallinfo2().uordblks;
+    const uint64_t allocsBefore = Bench::allocations();
+    const auto start = std::chrono::steady_clock::now();
+    for (int n = 0; n < kNeighboursPerPort; ++n) {
+      for (int p = 0; p < kPorts; ++p) pams[p]->deliver(frames[p][n]);
+    }
+    sw->scheduler.runPending();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const uint64_t allocs = Bench::allocations() - allocsBefore;
+    const size_t heapAfter = mallinfo2().uordblks;
+
+    state.PauseTiming();
+    size_t neighbours = 0;
+    for (const auto& [intf, ps] : sw->agent->lldpStatusLocal()->portStatus()) neighbours += ps->remoteSystems();
+    const double n = neighbours ? static_cast<double>(neighbours) : 1;
+    state.counters["neighbours"] = static_cast<double>(neighbours);
+    state.counters["heap_bytes_per_neighbour"] = (static_cast<double>(heapAfter) - static_cast<double>(heapBefore)) / n;
+    state.counters["allocs_per_neighbour"] = static_cast<double>(allocs) / n;
+    state.counters["ns_per_neighbour"] = seconds * 1e9 / n;
+    sw.reset();
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(BM_AgentLearnBasicNeighbours)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <ctime>
 
+#include "NeighbourFrames.h"
 #include "platform/Log.h"
 #include "platform/SimPacketAccess.h"
 #include "protocol/LldpProtocolSm.h"
@@ -17,26 +18,6 @@ using Lldp::Agent::Protocol::Root;
 constexpr int kPorts = 1000;
 constexpr int kNeighboursPerPort = 8;
 constexpr double kNeighbourInterval = 30;
-
-std::vector<uint8_t> neighbourFrame(int port, int neighbour) {
-  std::vector<uint8_t> f = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x88, 0xcc};
-  auto tlv = [&f](int type, const std::string& v) {
-    f.push_back(static_cast<uint8_t>(type << 1 | (v.size() >> 8)));
-    f.push_back(static_cast<uint8_t>(v.size()));
-    f.insert(f.end(), v.begin(), v.end());
-  };
-  const std::string mac = {0x02, 0x10, char(port >> 8), char(port), char(neighbour), 0x01};
-  tlv(1, "\x04" + mac);
-  tlv(2, "\x05" "Ethernet" + std::to_string(neighbour + 1) + "/1");
-  tlv(3, std::string("\x00\x78", 2));
-  tlv(4, "to leaf port " + std::to_string(port));
-  tlv(5, "server-" + std::to_string(port) + "-" + std::to_string(neighbour) + ".example.net");
-  tlv(6, "Linux 6.1.0 x86_64 with an LLDP agent");
-  tlv(7, std::string("\x00\x80\x00\x80", 4));
-  tlv(8, std::string("\x05\x01\x0a\x01", 4) + char(port % 250) + char(neighbour) + std::string("\x02\x00\x00\x00\x02\x00", 6));
-  tlv(0, "");
-  return f;
-}
 
 void BM_ScaleOneSimulatedHour(benchmark::State& state) {
   Platform::logSinkIs([](const Platform::LogRecord&) {});
@@ -78,7 +59,7 @@ void BM_ScaleOneSimulatedHour(benchmark::State& state) {
       root->deviceIntfStatusDir()->deviceIntfIs(intf, Interface::DeviceIntf{intf.name(), p, {}});
       root->desiredIntfDir()->intfDesiredIs(intf, true);
       pams.push_back(static_cast<Platform::SimPam*>(root->pamCollection()->intfPam(intf).get()));
-      for (int n = 0; n < kNeighboursPerPort; ++n) frames[p].push_back(neighbourFrame(p, n));
+      for (int n = 0; n < kNeighboursPerPort; ++n) frames[p].push_back(Bench::basicNeighbourFrame(p, n));
     }
 
     // Each port hears its next neighbour every 30/8 s, staggered across ports.

@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 #include "codec/LldpExtCee.h"
@@ -60,6 +61,40 @@ class UnknownOrgDefTlvParseContext {
 
 namespace {
 
+// Neighbours of one make describe their system in the same words and name their ports alike,
+// and a switch may hear hundreds of them: a text seen recently is handed out shared (copies share
+// the bytes) rather than stored once more per neighbour.
+template <class Text>
+class RecentTexts {
+ public:
+  const Text* find(std::string_view text) const {
+    const Text& slot = slots_[slotOf(text)];
+    return !slot.empty() && slot == text ? &slot : nullptr;
+  }
+  void remember(const Text& value) {
+    if (value.empty()) return;
+    slots_[slotOf(value.view())] = value;
+  }
+
+ private:
+  static constexpr size_t kSlots = 64;
+  static size_t slotOf(std::string_view text) { return std::hash<std::string_view>()(text) % kSlots; }
+  std::array<Text, kSlots> slots_;
+};
+
+RecentTexts<BoundedString255>& recentSysDescs() {
+  static RecentTexts<BoundedString255> texts;
+  return texts;
+}
+
+PortId sharedPortId(std::string_view id) {
+  static RecentTexts<PortId> recent;
+  const std::string_view clipped = id.substr(0, std::min(id.size(), PortId::kMax));
+  if (const PortId* shared = recent.find(clipped)) return *shared;
+  PortId value(clipped);
+  recent.remember(value);
+  return value;
+}
 
 struct MsapText {
   const MsapView& msap;
@@ -124,7 +159,11 @@ TlvParseResult parseText(int type, int len, const uint8_t* info, RemoteSystem& s
       TRACE(lldpProtocolTrace, 6) << "System Name: " << scratch.sysName();
       break;
     default:
-      scratch.sysDescIs(text);
+      if (const BoundedString255* shared = recentSysDescs().find(text)) {
+        scratch.sysDescIs(*shared);
+      } else {
+        scratch.sysDescIs(text);
+      }
       TRACE(lldpProtocolTrace, 6) << "System Description: " << scratch.sysDesc();
       break;
   }
@@ -341,7 +380,7 @@ bool parseMandatoryTlvs(const uint8_t*& cursor, const uint8_t* end, FrameParse& 
 
 Msap msapOf(const FrameParse& frame) {
   return Msap{{frame.chassisSubtype, ChassisId::clipped(frame.chassisId)},
-              {frame.portSubtype, PortId::clipped(frame.portId)}};
+              {frame.portSubtype, sharedPortId(frame.portId)}};
 }
 
 void logNeighbour(const NeighbourLogHandle& handle, const Msap& msap, const PortStatus& portStatus) {
@@ -520,6 +559,7 @@ RemoteSystem::PtrConst processRxLldpdu(const uint8_t* start, const uint8_t* end,
   if (changed) {
     TRACE(lldpProtocolTrace, 6) << "Something changed -- updating lastChangeTime to " << now;
     rs->lastChangeTimeIs(now);
+    recentSysDescs().remember(rs->sysDesc());
   }
   if (created) {
     publishNewRemoteSystem(rs, status, portStatus);

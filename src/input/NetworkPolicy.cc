@@ -115,15 +115,19 @@ void NetworkPolicyPortStatusSm::handleInitialized() {
 
 bool NetworkPolicyPortStatusSm::doWatchRemoteSystem(int32_t index) {
   const RemoteSystem::Ptr& rs = portStatus_->remoteSystem(index);
-  auto found = watched_.find(index);
-  if (found != watched_.end()) {
-    if (found->second == rs) return false;
-    unwatch(found->second.get());
-    watched_.erase(found);
+  if (rs) {
+    if (watching(rs.get())) return false;
+    watch<&NetworkPolicyPortStatusSm::handleRemoteSystemPolicy>(rs, RemoteSystem::networkPolicyTlvAttr);
+    return true;
   }
-  if (!rs) return true;
-  watch<&NetworkPolicyPortStatusSm::handleRemoteSystemPolicy>(rs, RemoteSystem::networkPolicyTlvAttr);
-  watched_.emplace(index, rs);
+  // A departed neighbour's watch usually ends with it; not when someone else still holds it.
+  unwatchIf([this](const Platform::Entity* watched) {
+    if (watched == portStatus_.get()) return false;
+    for (const auto& [i, member] : portStatus_->remoteSystem()) {
+      if (member.get() == watched) return false;
+    }
+    return true;
+  });
   return true;
 }
 

@@ -51,13 +51,14 @@ class NetworkPolicyPortStatusSm : public Platform::Reactor {
  private:
   // Called for any application key of one neighbour's requests.
   void handleRemoteSystemPolicy();
-  // Watches the neighbour's requests; true when it was not watched before.
+  // Watches the neighbour's requests, or drops the watch of one that left; true unless the
+  // neighbour was watched already. The watches themselves say who is watched: a map beside them
+  // would cost every neighbour a node.
   bool doWatchRemoteSystem(int32_t index);
 
   Konet::IntfId intfId_;
   Platform::Ptr<const PortStatus> portStatus_;
   NetworkPolicySm* networkPolicySm_;
-  std::map<int32_t, Platform::Ptr<const RemoteSystem>> watched_;
 };
 
 // The system-wide reactor: one NetworkPolicyPortConfigSm per port configuration and one

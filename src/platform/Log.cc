@@ -106,19 +106,47 @@ bool validFieldName(std::string_view name) {
 }
 
 template <typename T>
-std::string integerText(T value, int base) {
+void integerText(T value, int base, std::string& out) {
   char buf[72];
   const auto result = std::to_chars(buf, buf + sizeof buf, value, base);
-  return std::string(buf, result.ptr);
+  out.assign(buf, result.ptr);
 }
 
-std::string realText(double value) {
+void realText(double value, std::string& out) {
   // The largest finite double needs 309 digits before the point.
   char buf[400];
   const auto result = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 6);
-  if (result.ec != std::errc()) return "?";
-  return std::string(buf, result.ptr);
+  if (result.ec != std::errc()) {
+    out.assign("?");
+    return;
+  }
+  out.assign(buf, result.ptr);
 }
+
+// The text of the line being emitted and of its arguments. Kept from one line to the next so
+// that a line costs no allocation once they have grown; a sink that logs in turn gets its own.
+struct EmitBuffers {
+  std::string text;
+  std::vector<std::string> arguments;
+  bool busy = false;
+};
+
+class EmitBuffersLease {
+ public:
+  EmitBuffersLease() : buffers_(shared().busy ? own_ : shared()) { buffers_.busy = true; }
+  ~EmitBuffersLease() { buffers_.busy = false; }
+  EmitBuffersLease(const EmitBuffersLease&) = delete;
+  EmitBuffersLease& operator=(const EmitBuffersLease&) = delete;
+  EmitBuffers* operator->() { return &buffers_; }
+
+ private:
+  static EmitBuffers& shared() {
+    thread_local EmitBuffers buffers;
+    return buffers;
+  }
+  EmitBuffers own_;
+  EmitBuffers& buffers_;
+};
 
 }  // namespace
 
@@ -164,19 +192,23 @@ LogHandleBase::LogHandleBase(const LogMessage& message, std::span<const LogValue
   state().catalogue.push_back(&message_);
 }
 
-std::string LogHandleBase::render(size_t index, const LogValue& value) const {
+void LogHandleBase::render(size_t index, const LogValue& value, std::string& out) const {
   const int base = conversions_[index] == 'x' ? 16 : 10;
   switch (value.kind) {
     case LogValue::Kind::text:
-      return std::string(value.text);
+      out.assign(value.text);
+      return;
     case LogValue::Kind::signedInteger:
-      return integerText(value.signedValue, base);
+      integerText(value.signedValue, base, out);
+      return;
     case LogValue::Kind::unsignedInteger:
-      return integerText(value.unsignedValue, base);
+      integerText(value.unsignedValue, base, out);
+      return;
     case LogValue::Kind::real:
-      return realText(value.realValue);
+      realText(value.realValue, out);
+      return;
   }
-  return {};
+  out.clear();
 }
 
 void LogHandleBase::forgetStaleKeys(double now) const {
@@ -202,14 +234,15 @@ void LogHandleBase::forgetStaleKeys(double now) const {
 
 bool LogHandleBase::emitValues(std::span<const LogValue> values) const {
   LogState& s = state();
-  std::vector<std::string> arguments;
-  arguments.reserve(values.size());
-  if (!values.empty()) arguments.push_back(render(0, values[0]));
+  EmitBuffersLease buffers;
+  std::vector<std::string>& arguments = buffers->arguments;
+  if (arguments.size() < values.size()) arguments.resize(values.size());
+  if (!values.empty()) render(0, values[0], arguments[0]);
 
   uint64_t heldBack = 0;
   if (message_.minInterval > 0) {
     const double now = s.clock ? s.clock() : monotonicSeconds();
-    const std::string_view key = arguments.empty() ? std::string_view() : arguments[0];
+    const std::string_view key = values.empty() ? std::string_view() : std::string_view(arguments[0]);
     auto it = rate_.find(key);
     // A clock that went back (a replaced test clock) ends the interval rather than extend it.
     const auto limited = [&](const RateSlot& slot) {
@@ -228,14 +261,16 @@ bool LogHandleBase::emitValues(std::span<const LogValue> values) const {
     it->second.lastEmitTime = now;
   }
 
-  for (size_t i = 1; i < values.size(); ++i) arguments.push_back(render(i, values[i]));
-  std::string text = literals_[0];
-  for (size_t i = 0; i < arguments.size(); ++i) {
+  for (size_t i = 1; i < values.size(); ++i) render(i, values[i], arguments[i]);
+  std::string& text = buffers->text;
+  text.assign(literals_[0]);
+  for (size_t i = 0; i < values.size(); ++i) {
     text += arguments[i];
     text += literals_[i + 1];
   }
 
-  const LogRecord record{message_, text, arguments, heldBack};
+  const LogRecord record{message_, text, std::span<const std::string>(arguments.data(), values.size()),
+                         heldBack};
   if (s.sink) {
     s.sink(record);
   } else {

@@ -105,7 +105,7 @@ class LogHandleBase {
     uint64_t heldBack;
   };
 
-  std::string render(size_t index, const LogValue& value) const;
+  void render(size_t index, const LogValue& value, std::string& out) const;
   void forgetStaleKeys(double now) const;
 
   LogMessage message_;

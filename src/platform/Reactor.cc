@@ -27,6 +27,13 @@ void Reactor::unwatch(const Entity* entity) {
   }
 }
 
+bool Reactor::watching(const Entity* entity) const {
+  for (const Watch& w : watches_) {
+    if (w.entity == entity) return true;
+  }
+  return false;
+}
+
 void Reactor::unwatchAll() {
   for (Watch& w : watches_) Entity::unwatch(w);
 }

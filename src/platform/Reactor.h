@@ -46,6 +46,14 @@ class Reactor {
   // Drops every watch on the entity (for example before binding another one).
   void unwatch(const Entity* entity);
   void unwatchAll();
+  // Drops every watch whose entity the predicate picks.
+  template <class Pred>
+  void unwatchIf(Pred&& pred) {
+    for (Watch& w : watches_) {
+      if (w.entity && pred(static_cast<const Entity*>(w.entity))) Entity::unwatch(w);
+    }
+  }
+  bool watching(const Entity* entity) const;
 
  private:
   template <auto Handler, class K>

@@ -5,6 +5,12 @@
 //   X(Attr, name, Type, {default})      value; name(), nameIs(v)
 //   X(Meta, name, Type, {default})      like Attr, but identity or bookkeeping: never copied by
 //                                       copyChangedFrom (keys, time stamps)
+//   X(Rare, name, Type, {default})      like Attr, for values most records leave at their default:
+//                                       all of a record's Rare values share one block, allocated
+//                                       when the first of them gets another value (reflection
+//                                       reports them as Attr)
+//   X(RareColl, name, Key, Value)       like Coll, kept in the block of Rare values (reflection
+//                                       reports it as Coll)
 //   X(Counter, name, Type, {default})   value with nameInc(n) (wrapping for integers)
 //   X(Coll, name, Key, Value)           ordered collection of values
 //   X(HashColl, name, Key, Value)       hashed collection of values
@@ -15,6 +21,7 @@
 // also have nameNotify(key) to tell watchers that a member changed in place.
 #pragma once
 
+#include <memory>
 #include <type_traits>
 #include <utility>
 
@@ -64,6 +71,26 @@ bool assignIfChanged(T& member, const U& value) {
   return true;
 }
 
+// Where a record keeps its Rare values: nothing until one of them leaves its default, and no
+// room at all in a record that has none.
+template <class Values>
+class RareBlock {
+ public:
+  const Values* get() const { return values_.get(); }
+  Values* getMutable() { return values_.get(); }
+  Values& mutableValues() {
+    if (!values_) values_ = std::make_unique<Values>();
+    return *values_;
+  }
+
+ private:
+  std::unique_ptr<Values> values_;
+};
+
+template <class Values>
+  requires std::is_empty_v<Values>
+class RareBlock<Values> {};
+
 template <class K, class V>
 using OrderedStore = OrderedColl<K, V>;
 template <class K, class V>
@@ -95,7 +122,9 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
 
 #define PLATFORM_X_INDEX(kind, name, ...) name##Idx,
 #define PLATFORM_X_NAME(kind, name, ...) #name,
-#define PLATFORM_X_VISIT(kind, name, ...) v(::Platform::AttrKind::kind, #name, name##_);
+#define PLATFORM_X_VISIT(kind, name, ...) PLATFORM_VISIT_##kind(name)
+#define PLATFORM_X_VISIT_MUTABLE(kind, name, ...) PLATFORM_VISIT_MUTABLE_##kind(name)
+#define PLATFORM_X_RARE_MEMBER(kind, ...) PLATFORM_RARE_MEMBER_##kind(__VA_ARGS__)
 #define PLATFORM_X_DECL(kind, ...) PLATFORM_DECL_##kind(__VA_ARGS__)
 #define PLATFORM_X_COPY(kind, ...) PLATFORM_COPY_##kind(__VA_ARGS__)
 
@@ -112,6 +141,86 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   }
 
 #define PLATFORM_DECL_Meta(name, T, dflt) PLATFORM_DECL_Attr(name, T, dflt)
+
+#define PLATFORM_DECL_Rare(name, T, dflt)                                  \
+ public:                                                                   \
+  static constexpr ::Platform::AttrId<void> name##Attr{name##Idx};         \
+  static const T& name##Default() {                                        \
+    static const T value = T dflt;                                         \
+    return value;                                                          \
+  }                                                                        \
+  const T& name() const {                                                  \
+    const auto* rare = rare_.get();                                        \
+    return rare ? rare->name : name##Default();                            \
+  }                                                                        \
+  template <class U = T>                                                   \
+  void name##Is(const U& value) {                                          \
+    if (!rare_.get() && ::Platform::sameValue(name##Default(), value)) return; \
+    if (::Platform::assignIfChanged(rare_.mutableValues().name, value)) notify(name##Idx); \
+  }
+
+#define PLATFORM_DECL_RareColl(name, K, V)                                             \
+ public:                                                                               \
+  static constexpr ::Platform::AttrId<K> name##Attr{name##Idx};                        \
+  const ::Platform::OrderedStore<K, V>& name() const {                                 \
+    const auto* rare = rare_.get();                                                    \
+    return rare ? rare->name : ::Platform::defaultOf<::Platform::OrderedStore<K, V>>(); \
+  }                                                                                    \
+  template <class Q>                                                                   \
+  const V& name(const Q& key) const {                                                  \
+    const V* found = name().find(key);                                                 \
+    return found ? *found : ::Platform::defaultOf<V>();                                \
+  }                                                                                    \
+  template <class Q>                                                                   \
+  bool name##Has(const Q& key) const {                                                 \
+    return name().contains(key);                                                       \
+  }                                                                                    \
+  size_t name##s() const { return name().size(); }                                     \
+  void name##Del(const K& key) {                                                       \
+    auto* rare = rare_.getMutable();                                                   \
+    if (rare && rare->name.erase(key)) notify(name##Idx, &key, ::Platform::ChangeKind::removed); \
+  }                                                                                    \
+  void name##DelAll() {                                                                \
+    auto* rare = rare_.getMutable();                                                   \
+    if (!rare) return;                                                                 \
+    rare->name.eraseAll(                                                               \
+        [this](const K& key) { notify(name##Idx, &key, ::Platform::ChangeKind::removed); }); \
+  }                                                                                    \
+  template <class U = V>                                                               \
+  void name##Is(const K& key, const U& value) {                                        \
+    ::Platform::ChangeKind kind;                                                       \
+    if (::Platform::setNotice(rare_.mutableValues().name.set(key, value), kind)) notify(name##Idx, &key, kind); \
+  }
+
+#define PLATFORM_RARE_MEMBER_Rare(name, T, dflt) T name = T dflt;
+#define PLATFORM_RARE_MEMBER_RareColl(name, K, V) ::Platform::OrderedStore<K, V> name;
+#define PLATFORM_RARE_MEMBER_Attr(...)
+#define PLATFORM_RARE_MEMBER_Meta(...)
+#define PLATFORM_RARE_MEMBER_Counter(...)
+#define PLATFORM_RARE_MEMBER_Coll(...)
+#define PLATFORM_RARE_MEMBER_HashColl(...)
+#define PLATFORM_RARE_MEMBER_EntColl(...)
+#define PLATFORM_RARE_MEMBER_HashEntColl(...)
+
+#define PLATFORM_VISIT_Rare(name) v(::Platform::AttrKind::Attr, #name, name());
+#define PLATFORM_VISIT_MUTABLE_Rare(name) v(::Platform::AttrKind::Attr, #name, rare_.mutableValues().name);
+#define PLATFORM_VISIT_RareColl(name) v(::Platform::AttrKind::Coll, #name, name());
+#define PLATFORM_VISIT_MUTABLE_RareColl(name) v(::Platform::AttrKind::Coll, #name, rare_.mutableValues().name);
+#define PLATFORM_VISIT_PLAIN_(kind, name) v(::Platform::AttrKind::kind, #name, name##_);
+#define PLATFORM_VISIT_Attr(name) PLATFORM_VISIT_PLAIN_(Attr, name)
+#define PLATFORM_VISIT_Meta(name) PLATFORM_VISIT_PLAIN_(Meta, name)
+#define PLATFORM_VISIT_Counter(name) PLATFORM_VISIT_PLAIN_(Counter, name)
+#define PLATFORM_VISIT_Coll(name) PLATFORM_VISIT_PLAIN_(Coll, name)
+#define PLATFORM_VISIT_HashColl(name) PLATFORM_VISIT_PLAIN_(HashColl, name)
+#define PLATFORM_VISIT_EntColl(name) PLATFORM_VISIT_PLAIN_(EntColl, name)
+#define PLATFORM_VISIT_HashEntColl(name) PLATFORM_VISIT_PLAIN_(HashEntColl, name)
+#define PLATFORM_VISIT_MUTABLE_Attr(name) PLATFORM_VISIT_Attr(name)
+#define PLATFORM_VISIT_MUTABLE_Meta(name) PLATFORM_VISIT_Meta(name)
+#define PLATFORM_VISIT_MUTABLE_Counter(name) PLATFORM_VISIT_Counter(name)
+#define PLATFORM_VISIT_MUTABLE_Coll(name) PLATFORM_VISIT_Coll(name)
+#define PLATFORM_VISIT_MUTABLE_HashColl(name) PLATFORM_VISIT_HashColl(name)
+#define PLATFORM_VISIT_MUTABLE_EntColl(name) PLATFORM_VISIT_EntColl(name)
+#define PLATFORM_VISIT_MUTABLE_HashEntColl(name) PLATFORM_VISIT_HashEntColl(name)
 
 #define PLATFORM_DECL_Counter(name, T, dflt)         \
   PLATFORM_DECL_Attr(name, T, dflt)                  \
@@ -190,11 +299,21 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   }
 #define PLATFORM_COPY_Counter(name, T, dflt) PLATFORM_COPY_Attr(name, T, dflt)
 #define PLATFORM_COPY_Meta(name, T, dflt)
+#define PLATFORM_COPY_Rare(name, T, dflt)            \
+  if (!(name() == src.name())) {                     \
+    obs.attrChanged(#name, name(), src.name());      \
+    name##Is(src.name());                            \
+    changed = true;                                  \
+  }
 #define PLATFORM_COPY_Coll(name, K, V)                                                         \
   changed |= ::Platform::mergeColl(                                                            \
       #name, name##_, src.name##_, [this](const K& k, const V& v) { name##Is(k, v); },         \
       [this](const K& k) { name##Del(k); }, obs);
 #define PLATFORM_COPY_HashColl(name, K, V) PLATFORM_COPY_Coll(name, K, V)
+#define PLATFORM_COPY_RareColl(name, K, V)                                                     \
+  changed |= ::Platform::mergeColl(                                                            \
+      #name, name(), src.name(), [this](const K& k, const V& v) { name##Is(k, v); },            \
+      [this](const K& k) { name##Del(k); }, obs);
 #define PLATFORM_COPY_EntColl(name, K, E)
 #define PLATFORM_COPY_HashEntColl(name, K, E)
 
@@ -215,9 +334,10 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   void visitAttrs(V&& v) const {                                                         \
     LIST(PLATFORM_X_VISIT)                                                               \
   }                                                                                      \
+  /* Also gives the record its block of Rare values, so that they can be written. */    \
   template <class V>                                                                     \
   void visitAttrsMutable(V&& v) {                                                        \
-    LIST(PLATFORM_X_VISIT)                                                               \
+    LIST(PLATFORM_X_VISIT_MUTABLE)                                                       \
   }                                                                                      \
   /* Writes every value and value collection of src that differs (not Meta, not nested   \
      entities), in declaration order, through the setters; obs.attrChanged(name, was,    \
@@ -230,5 +350,13 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
     LIST(PLATFORM_X_COPY)                                                                \
     return changed;                                                                      \
   }                                                                                      \
+                                                                                         \
+ private:                                                                                \
+  struct RareValues {                                                                    \
+    LIST(PLATFORM_X_RARE_MEMBER)                                                         \
+  };                                                                                     \
+  [[no_unique_address]] ::Platform::RareBlock<RareValues> rare_;                         \
+                                                                                         \
+ public:                                                                                 \
   LIST(PLATFORM_X_DECL)                                                                  \
  private:

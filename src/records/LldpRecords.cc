@@ -14,7 +14,7 @@ RemoteSystem::RemoteSystem(int32_t index, Msap msap) : index_(index), msap_(std:
   if (index < 1) throw std::range_error("RemoteSystem::index < 1 not allowed");
 }
 
-bool RemoteSystem::anyLldpMedReceived() const { return lldpMedTlvReceived_; }
+bool RemoteSystem::anyLldpMedReceived() const { return lldpMedTlvReceived(); }
 
 namespace {
 template <class Pred>

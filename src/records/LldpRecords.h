@@ -176,7 +176,8 @@ class LocalSystem : public Platform::Entity {
 };
 
 // One neighbour on one port. The Meta attributes are identity and bookkeeping; the rest is what
-// the neighbour advertised, in the order the receive path compares it.
+// the neighbour advertised, in the order the receive path compares it. What only the extension
+// TLVs carry is Rare: a neighbour that sends the basic TLVs alone has no room for it.
 class RemoteSystem : public Platform::Entity {
 #define LLDP_REMOTE_SYSTEM_ATTRS(X)                                                 \
   X(Meta, index, int32_t, {1})                                                      \
@@ -193,37 +194,37 @@ class RemoteSystem : public Platform::Entity {
   X(Attr, sysCapSupported, SystemCapabilitiesMap, {})                               \
   X(Attr, sysCapEnabled, SystemCapabilitiesMap, {})                                 \
   X(Coll, managementAddress, ManagementAddress::Key, ManagementAddress)             \
-  X(Coll, unknownTlv, uint32_t, UnknownTlv)                                         \
-  X(Coll, unknownOrgDefTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv)                \
-  X(Attr, portVlanId, Bridging::VlanIdOrNone, {})                                   \
-  X(Attr, portVlanIdTlvReceived, bool, {false})                                     \
-  X(Coll, portAndProtocolVlan, uint16_t, PortAndProtocolVlan)                       \
-  X(Coll, vlanName, uint16_t, VlanName)                                             \
-  X(Coll, protocolIdentityInfo, uint32_t, ProtocolIdentityInfo)                     \
-  X(Attr, vidUsageDigest, uint32_t, {})                                             \
-  X(Attr, vidUsageDigestTlvReceived, bool, {false})                                 \
-  X(Attr, managementVid, Bridging::VlanIdOrNone, {})                                \
-  X(Attr, managementVidTlvReceived, bool, {false})                                  \
-  X(Attr, linkAggregationInfo, LinkAggregationInfo, {})                             \
-  X(Attr, linkAggregationTlvReceived, bool, {false})                                \
-  X(Attr, macPhyConfigStatusInfo, MacPhyConfigStatusInfo, {})                       \
-  X(Attr, macPhyConfigStatusTlvReceived, bool, {false})                             \
-  X(Attr, powerViaMdiInfo, PowerViaMdiInfo, {})                                     \
-  X(Attr, powerViaMdiTlvReceived, bool, {false})                                    \
-  X(Attr, maximumFrameSizeInfo, MaximumFrameSizeInfo, {})                           \
-  X(Attr, maximumFrameSizeTlvReceived, bool, {false})                               \
-  X(Attr, medCapabilitiesInfo, MedCapabilitiesInfo, {})                             \
-  X(Attr, medCapabilitiesTlvReceived, bool, {false})                                \
-  X(Coll, networkPolicyTlv, uint8_t, NetworkPolicyTlv)                              \
-  X(Attr, locationId, LocationId, {})                                               \
-  X(Attr, hardwareRevisionTlvInfo, BoundedString32, {})                             \
-  X(Attr, firmwareRevisionTlvInfo, BoundedString32, {})                             \
-  X(Attr, softwareRevisionTlvInfo, BoundedString32, {})                             \
-  X(Attr, serialNumberTlvInfo, BoundedString32, {})                                 \
-  X(Attr, manufacturerNameTlvInfo, BoundedString32, {})                             \
-  X(Attr, modelNameTlvInfo, BoundedString32, {})                                    \
-  X(Attr, assetIDTlvInfo, BoundedString32, {})                                     \
-  X(Attr, lldpMedTlvReceived, bool, {false})
+  X(RareColl, unknownTlv, uint32_t, UnknownTlv)                                         \
+  X(RareColl, unknownOrgDefTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv)                \
+  X(Rare, portVlanId, Bridging::VlanIdOrNone, {})                                   \
+  X(Rare, portVlanIdTlvReceived, bool, {false})                                     \
+  X(RareColl, portAndProtocolVlan, uint16_t, PortAndProtocolVlan)                       \
+  X(RareColl, vlanName, uint16_t, VlanName)                                             \
+  X(RareColl, protocolIdentityInfo, uint32_t, ProtocolIdentityInfo)                     \
+  X(Rare, vidUsageDigest, uint32_t, {})                                             \
+  X(Rare, vidUsageDigestTlvReceived, bool, {false})                                 \
+  X(Rare, managementVid, Bridging::VlanIdOrNone, {})                                \
+  X(Rare, managementVidTlvReceived, bool, {false})                                  \
+  X(Rare, linkAggregationInfo, LinkAggregationInfo, {})                             \
+  X(Rare, linkAggregationTlvReceived, bool, {false})                                \
+  X(Rare, macPhyConfigStatusInfo, MacPhyConfigStatusInfo, {})                       \
+  X(Rare, macPhyConfigStatusTlvReceived, bool, {false})                             \
+  X(Rare, powerViaMdiInfo, PowerViaMdiInfo, {})                                     \
+  X(Rare, powerViaMdiTlvReceived, bool, {false})                                    \
+  X(Rare, maximumFrameSizeInfo, MaximumFrameSizeInfo, {})                           \
+  X(Rare, maximumFrameSizeTlvReceived, bool, {false})                               \
+  X(Rare, medCapabilitiesInfo, MedCapabilitiesInfo, {})                             \
+  X(Rare, medCapabilitiesTlvReceived, bool, {false})                                \
+  X(RareColl, networkPolicyTlv, uint8_t, NetworkPolicyTlv)                              \
+  X(Rare, locationId, LocationId, {})                                               \
+  X(Rare, hardwareRevisionTlvInfo, BoundedString32, {})                             \
+  X(Rare, firmwareRevisionTlvInfo, BoundedString32, {})                             \
+  X(Rare, softwareRevisionTlvInfo, BoundedString32, {})                             \
+  X(Rare, serialNumberTlvInfo, BoundedString32, {})                                 \
+  X(Rare, manufacturerNameTlvInfo, BoundedString32, {})                             \
+  X(Rare, modelNameTlvInfo, BoundedString32, {})                                    \
+  X(Rare, assetIDTlvInfo, BoundedString32, {})                                     \
+  X(Rare, lldpMedTlvReceived, bool, {false})
   PLATFORM_RECORD(RemoteSystem, LLDP_REMOTE_SYSTEM_ATTRS)
  public:
   // Indexes start at 1: "RemoteSystem::index < 1 not allowed".

@@ -141,14 +141,14 @@ struct ManagementAddress {
   ManagementAddress() = default;
   ManagementAddress(const Key& key, uint8_t ifSubtype, int32_t ifId, std::vector<uint32_t> oid = {})
       : address_(key.address),
-        oid_(oid.empty() ? nullptr : std::make_shared<const std::vector<uint32_t>>(std::move(oid))),
+        oid_(oid.empty() ? nullptr : Platform::make<const Oid>(std::move(oid))),
         ifId_(ifId), addrSubtype_(key.subtype), ifSubtype_(ifSubtype) {}
 
   uint8_t addrSubtype() const { return addrSubtype_; }
   const ManAddress& address() const { return address_; }
   uint8_t ifSubtype() const { return ifSubtype_; }
   int32_t ifId() const { return ifId_; }
-  const std::vector<uint32_t>& oid() const { return oid_ ? *oid_ : kNoOid; }
+  const std::vector<uint32_t>& oid() const { return oid_ ? oid_->subids : kNoOid; }
   Key key() const { return Key{addrSubtype_, address_}; }
   // The LLDP management address string length: the subtype byte and the address.
   int manAddrLen() const { return 1 + static_cast<int>(address_.size()); }
@@ -158,9 +158,14 @@ struct ManagementAddress {
   }
 
  private:
+  // Shared by copies; one word, as neighbours' addresses are many and their OIDs nearly always empty.
+  struct Oid : Platform::RefCounted {
+    explicit Oid(std::vector<uint32_t> s) : subids(std::move(s)) {}
+    std::vector<uint32_t> subids;
+  };
   static inline const std::vector<uint32_t> kNoOid;
   ManAddress address_;
-  std::shared_ptr<const std::vector<uint32_t>> oid_;  // null for the usual empty OID
+  Platform::Ptr<const Oid> oid_;  // null for the usual empty OID
   int32_t ifId_ = 0;
   uint8_t addrSubtype_ = 0;
   uint8_t ifSubtype_ = 0;

@@ -306,6 +306,26 @@ TEST_F(ReceiveTest, CarryOverWritesOnlyChangesAndTracesThem) {
   EXPECT_EQ(status->remTablesInserts(), 1u);
 }
 
+// Neighbours that describe themselves alike share the description's bytes; each still owns its
+// value: one changing its description leaves the other's alone.
+TEST_F(ReceiveTest, NeighboursWithOneDescriptionShareItAndStillChangeAlone) {
+  const std::string other = std::string(kMandatory).replace(std::string(kMandatory).find("44 55"), 5, "44 56");
+  const std::string desc42 = "\n0c 17 53 77 69 74 63 68 20 4f 53 20 34 2e 32 20 6f 6e 20 61 20 6c 65 61 66  # System Description";
+  const std::string desc43 = "\n0c 17 53 77 69 74 63 68 20 4f 53 20 34 2e 33 20 6f 6e 20 61 20 6c 65 61 66";
+  const auto a = receive(frame(desc42));
+  const auto b = receive(hex(other + desc42 + "\n00 00"));
+  ASSERT_TRUE(a && b && a != b);
+  EXPECT_EQ(a->sysDesc(), "Switch OS 4.2 on a leaf");
+  EXPECT_EQ(a->sysDesc().view().data(), b->sysDesc().view().data());
+
+  receive(frame(desc43));
+  EXPECT_EQ(a->sysDesc(), "Switch OS 4.3 on a leaf");
+  EXPECT_EQ(b->sysDesc(), "Switch OS 4.2 on a leaf");
+  receive(hex(other + "\n00 00"));
+  EXPECT_EQ(b->sysDesc(), "");
+  EXPECT_EQ(a->sysDesc(), "Switch OS 4.3 on a leaf");
+}
+
 TEST_F(ReceiveTest, OrganizationallySpecificFraming) {
   EXPECT_FALSE(receive(frame("fe 03 00 80 c2")));  // shorter than OUI and subtype
   EXPECT_TRUE(traced("Error: Organizationally Specific TLV is too short (infoLen=3)"));

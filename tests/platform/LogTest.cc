@@ -128,6 +128,31 @@ TEST_F(LogTest, KeyTableStaysBounded) {
   EXPECT_EQ(sink.entries().back().heldBack, 1u);
 }
 
+TEST_F(LogTest, LinesDoNotInheritTheTextOrArgumentsOfEarlierOnes) {
+  ASSERT_TRUE(kTestNumbers.emit(-1234567890123, 7u, 1, "a long enough text to need its own buffer"));
+  ASSERT_TRUE(kTestBare.emit());
+  ASSERT_TRUE(kTestLimited.emit("Ethernet2", 5u, 0.5));
+  ASSERT_EQ(sink.entries().size(), 3u);
+  EXPECT_EQ(sink.entries()[1].text, "nothing to fill");
+  EXPECT_TRUE(sink.entries()[1].arguments.empty());
+  EXPECT_EQ(sink.entries()[2].text, "limit on Ethernet2 (more than 5 in 0.500000 s)");
+  EXPECT_EQ(sink.entries()[2].arguments, (std::vector<std::string>{"Ethernet2", "5", "0.500000"}));
+}
+
+// A destination may log in turn (a failing writer reporting itself): the inner line must not
+// overwrite the outer one while the outer is being delivered.
+TEST_F(LogTest, ASinkThatLogsSeesBothLinesWhole) {
+  std::vector<std::string> seen;
+  const Platform::LogSink previous = Platform::logSinkIs([&](const Platform::LogRecord& r) {
+    if (std::string_view(r.message.id) == "TEST_LIMITED") kTestNumbers.emit(1, 2u, 3, "inner");
+    seen.push_back(std::string(r.text) + "|" + r.arguments[0]);
+  });
+  EXPECT_TRUE(kTestLimited.emit("Ethernet3", 9u, 2.0));
+  Platform::logSinkIs(previous);
+  EXPECT_EQ(seen, (std::vector<std::string>{"1 2 3 inner 100%|1",
+                                            "limit on Ethernet3 (more than 9 in 2.000000 s)|Ethernet3"}));
+}
+
 TEST(LogFormatTest, ConversionsMustFitTheDeclaredArguments) {
   const Kind sud[] = {Kind::text, Kind::unsignedInteger, Kind::real};
   EXPECT_EQ(Platform::logFormatMismatch("on %s (more than %d in %f s)", sud), "");

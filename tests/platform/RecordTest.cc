@@ -127,6 +127,96 @@ TEST_F(RecordTest, ReflectionNamesAndJsonShape) {
   EXPECT_EQ(j["size"], 3);
 }
 
+TEST(RareRecordTest, RareValuesTakeNoRoomUntilOneLeavesItsDefault) {
+  auto s = Platform::make<Sparse>();
+  auto r = Platform::makeReactor<SparseRecorder>(s);
+  EXPECT_EQ(s->level(), 5u);
+  EXPECT_TRUE(s->note().empty());
+  EXPECT_EQ(s->note(1), "");
+  s->levelIs(5);
+  s->labelIs("");
+  s->noteDel(1);
+  s->noteDelAll();
+  EXPECT_FALSE(s->rareAllocated());
+  EXPECT_TRUE(r->log.empty());
+
+  s->levelIs(6);
+  s->levelIs(6);
+  s->noteIs(2, "b");
+  s->noteIs(2, "b");
+  s->noteIs(2, "c");
+  s->noteIs(1, "a");
+  EXPECT_TRUE(s->rareAllocated());
+  EXPECT_EQ(s->label(), "");
+  std::vector<int> keys;
+  for (const auto& [key, value] : s->note()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<int>{1, 2}));
+  s->noteDelAll();
+  s->levelIs(5);  // back to the default: still a change
+  EXPECT_EQ(r->log, (Log{"level=6", "note:2 added", "note:2 changed", "note:1 added", "note:1 removed",
+                         "note:2 removed", "level=5"}));
+}
+
+TEST(RareRecordTest, CopyChangedFromCarriesRareValuesBothWays) {
+  auto dst = Platform::make<Sparse>();
+  auto r = Platform::makeReactor<SparseRecorder>(dst);
+  auto src = Platform::make<Sparse>();
+  src->labelIs("x");
+  src->noteIs(3, "c");
+  ChangeLog changes;
+  EXPECT_TRUE(dst->copyChangedFrom(*src, changes));
+  EXPECT_EQ(changes.lines, (Log{"upd note", "attr label"}));
+  EXPECT_EQ(dst->label(), "x");
+  EXPECT_EQ(dst->note(3), "c");
+
+  ChangeLog again;
+  EXPECT_FALSE(dst->copyChangedFrom(*src, again));
+  EXPECT_TRUE(again.lines.empty());
+
+  // A source without a block of rare values resets them all.
+  auto plain = Platform::make<Sparse>();
+  ChangeLog reset;
+  EXPECT_TRUE(dst->copyChangedFrom(*plain, reset));
+  EXPECT_EQ(reset.lines, (Log{"del note", "attr label"}));
+  EXPECT_EQ(r->log, (Log{"note:3 added", "label=x", "note:3 removed", "label="}));
+  EXPECT_EQ(dst->label(), "");
+  EXPECT_TRUE(dst->note().empty());
+}
+
+TEST(RareRecordTest, ReflectionSeesRareValuesInDeclarationOrder) {
+  auto s = Platform::make<Sparse>();
+  std::vector<std::string> seen;
+  s->visitAttrs([&](Platform::AttrKind kind, const char* name, const auto&) {
+    seen.push_back(std::string(name) + (kind == Platform::AttrKind::Coll ? "[]" : ""));
+  });
+  EXPECT_EQ(seen, (Log{"name", "level", "note[]", "label"}));
+  EXPECT_FALSE(s->rareAllocated());
+  auto j = Platform::recordToJson(*s);
+  EXPECT_EQ(j["level"], 5);
+  EXPECT_TRUE(j["note"].is_array());
+  s->noteIs(4, "d");
+  EXPECT_EQ(Platform::recordToJson(*s)["note"], nlohmann::ordered_json::parse(R"([{"key":4,"value":"d"}])"));
+}
+
+TEST(CollectionTest, AWalkBegunWhileEmptyEndsWhenMembersArrive) {
+  Platform::OrderedColl<int, int> ordered;
+  Platform::HashedColl<int, int> hashed;
+  int visited = 0;
+  for (auto it = ordered.begin(); it != ordered.end(); ++it) ++visited;
+  auto o = ordered.begin();
+  auto h = hashed.begin();
+  ordered.set(1, 1);
+  hashed.set(1, 1);
+  EXPECT_TRUE(o == ordered.end());
+  EXPECT_TRUE(h == hashed.end());
+  // A walk begun afterwards sees the member and survives its removal.
+  for (auto it = ordered.begin(); it != ordered.end(); ++it) {
+    ++visited;
+    ordered.erase(it.key());
+  }
+  EXPECT_EQ(visited, 1);
+}
+
 TEST(CollectionTest, ClearRecyclingReusesNodes) {
   Platform::OrderedColl<int, std::string> c;
   c.set(1, std::string(40, 'a'));

@@ -33,6 +33,37 @@ class Widget : public Platform::Entity {
   Widget() = default;
 };
 
+// A record with values most instances leave at their default.
+class Sparse : public Platform::Entity {
+#define TEST_SPARSE_ATTRS(X)              \
+  X(Attr, name, std::string, {})          \
+  X(Rare, level, uint32_t, {5})           \
+  X(RareColl, note, int, std::string)     \
+  X(Rare, label, std::string, {})
+  PLATFORM_RECORD(Sparse, TEST_SPARSE_ATTRS)
+ public:
+  Sparse() = default;
+  bool rareAllocated() const { return rare_.get() != nullptr; }
+};
+
+// Records every notification of a Sparse, e.g. "level=6" or "note:2 added".
+class SparseRecorder : public Platform::Reactor {
+ public:
+  explicit SparseRecorder(Sparse::Ptr s) : s_(std::move(s)) {
+    watch<&SparseRecorder::handleLevel>(s_, Sparse::levelAttr);
+    watch<&SparseRecorder::handleNote>(s_, Sparse::noteAttr);
+    watch<&SparseRecorder::handleLabel>(s_, Sparse::labelAttr);
+  }
+  void handleLevel() { log.push_back("level=" + std::to_string(s_->level())); }
+  void handleNote(const int& key, Platform::ChangeKind kind) {
+    log.push_back("note:" + std::to_string(key) + " " + Platform::changeKindName(kind));
+  }
+  void handleLabel() { log.push_back("label=" + s_->label()); }
+
+  Sparse::Ptr s_;
+  std::vector<std::string> log;
+};
+
 // Records every notification it receives as text, e.g. "name" or "tag:3".
 class Recorder : public Platform::Reactor {
  public:
