@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 #include "platform/Log.h"
 
@@ -65,6 +66,28 @@ bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
   return ok;
 }
 
+// The rings of all ports of the process, in bytes: a port grows its ring only within the budget.
+size_t gRingBytes = 0;
+std::set<RawSocketPam*>& allPams() {
+  static std::set<RawSocketPam*> pams;
+  return pams;
+}
+
+bool ringRequest(int fd, const RawSocketPam::RingGeometry& ring) {
+  tpacket_req3 req{};
+  req.tp_block_size = static_cast<unsigned>(ring.blockSize);
+  req.tp_block_nr = static_cast<unsigned>(ring.blockCount);
+  req.tp_frame_size = kRingFrameSize;  // nominal with this version: frames are packed
+  req.tp_frame_nr = static_cast<unsigned>(ring.blockSize / kRingFrameSize * ring.blockCount);
+  req.tp_retire_blk_tov = RawSocketPam::kRxBlockTimeoutMs;
+  return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
+}
+
+uint8_t* ringMap(int fd, const RawSocketPam::RingGeometry& ring) {
+  void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
+}
+
 bool configure(int fd, const std::string& device, int32_t knownIfIndex,
                const Interface::EthDevPamManager& config, const RawSocketPam::RingGeometry& ring,
                std::string& error) {
@@ -88,13 +111,7 @@ bool configure(int fd, const std::string& device, int32_t knownIfIndex,
     error = systemError("PACKET_VERSION");
     return false;
   }
-  tpacket_req3 req{};
-  req.tp_block_size = static_cast<unsigned>(ring.blockSize);
-  req.tp_block_nr = static_cast<unsigned>(ring.blockCount);
-  req.tp_frame_size = kRingFrameSize;  // nominal with this version: frames are packed
-  req.tp_frame_nr = static_cast<unsigned>(ring.blockSize / kRingFrameSize * ring.blockCount);
-  req.tp_retire_blk_tov = RawSocketPam::kRxBlockTimeoutMs;
-  if (setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) != 0) {
+  if (!ringRequest(fd, ring)) {
     error = systemError("PACKET_RX_RING");
     return false;
   }
@@ -170,37 +187,95 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
     }
     return configure(fd, device, ifIndex, config, geometry, error);
   });
-  void* ring = MAP_FAILED;
-  if (ok) {
-    ring = mmap(nullptr, geometry.blockSize * geometry.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_LOCKED,
-                fd, 0);
-    // Locked pages are a preference: without the right to lock, ordinary ones do.
-    if (ring == MAP_FAILED) {
-      ring = mmap(nullptr, geometry.blockSize * geometry.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    }
-    if (ring == MAP_FAILED) error = systemError("mmap of the receive ring");
-  }
-  if (ring == MAP_FAILED) {
+  uint8_t* ring = ok ? ringMap(fd, geometry) : nullptr;
+  if (ok && !ring) error = systemError("mmap of the receive ring");
+  if (!ring) {
     if (fd >= 0) ::close(fd);
     return nullptr;
   }
-  Platform::Ptr<RawSocketPam> pam(
-      new RawSocketPam(intfId, fd, static_cast<uint8_t*>(ring), geometry, scheduler));
+  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, ring, geometry, scheduler));
   pam->separateDot1QHdr_ = config.separateDot1QHdr();
   pam->maxRxPktData_ = config.maxRxPktData();
   pam->watchIs();
+  ringBudgetKeep();
   return pam;
+}
+
+size_t RawSocketPam::ringBytesInUse() { return gRingBytes; }
+
+void RawSocketPam::ringBudgetKeep() {
+  // A new port always gets its least ring; grown rings give the room back, largest first.
+  while (gRingBytes > kRxRingBudget) {
+    RawSocketPam* largest = nullptr;
+    for (RawSocketPam* pam : allPams()) {
+      if (pam->ringBytes() > kRxRingBytes && (!largest || pam->ringBytes() > largest->ringBytes())) largest = pam;
+    }
+    if (!largest) return;
+    largest->ringResize(kRxRingBytes);
+  }
+}
+
+void RawSocketPam::ringGrow() {
+  const size_t bytes = ringBytes();
+  const size_t wanted = std::min(bytes * 4, kRxRingMaxBytes);
+  if (wanted <= bytes || gRingBytes - bytes + wanted > kRxRingBudget) return;
+  ringResize(wanted);
+}
+
+void RawSocketPam::ringResize(size_t bytes) {
+  // What the ring still holds is lost with it, as are the frames that arrive while there is
+  // none (they wait in the socket's queue, which nobody reads): counted as dropped.
+  uint64_t lost = framesLeft_;
+  for (size_t b = 0; b < geometry_.blockCount; ++b) {
+    if (blockHeld_ && b == block_) continue;
+    const tpacket_block_desc* block = blockAt(ring_, geometry_, b);
+    if (blockStatus(block) & TP_STATUS_USER) lost += block->hdr.bh1.num_pkts;
+  }
+  munmap(ring_, ringBytes());
+  gRingBytes -= ringBytes();
+  ring_ = nullptr;
+  tpacket_req3 none{};
+  setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  const RingGeometry wanted{geometry_.blockSize, std::max<size_t>(2, bytes / geometry_.blockSize)};
+  const RingGeometry least = ringGeometry(maxRxPktData_);
+  for (const RingGeometry& g : {wanted, geometry_, least}) {
+    if (!ringRequest(fd_, g)) continue;
+    if ((ring_ = ringMap(fd_, g))) {
+      geometry_ = g;
+      break;
+    }
+    setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  }
+  block_ = 0;
+  blockHeld_ = false;
+  framesLeft_ = 0;
+  char byte;
+  while (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
+  rxKernelDropsInc(lost);
+  if (!ring_) {
+    PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
+    return;
+  }
+  gRingBytes += ringBytes();
+  ++rxRingResizes_;
 }
 
 RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, uint8_t* ring, RingGeometry geometry,
                            Platform::Scheduler& scheduler)
     : Pam(std::move(intfId)), fd_(fd), ring_(ring), geometry_(geometry), scheduler_(scheduler),
-      rewatchClock_(scheduler, [this] { watchIs(); }) {}
+      rewatchClock_(scheduler, [this] { watchIs(); }) {
+  allPams().insert(this);
+  gRingBytes += ringBytes();
+}
 
 RawSocketPam::~RawSocketPam() {
   *alive_ = false;
   watch_.reset();
-  munmap(ring_, geometry_.blockSize * geometry_.blockCount);
+  allPams().erase(this);
+  if (ring_) {
+    munmap(ring_, ringBytes());
+    gRingBytes -= ringBytes();
+  }
   ::close(fd_);
 }
 
@@ -219,7 +294,12 @@ void RawSocketPam::passRun() {
   const Platform::Ptr<RawSocketPam> self(this);  // a reader may remove the port during the pass
   ++rxPasses_;
   const bool more = rxPassRun();
-  if (lossSeen_) rxKernelDropsRead();
+  if (lossSeen_) {
+    const uint64_t drops = rxKernelDrops();
+    rxKernelDropsRead();
+    // The ring overflowed: a flood that this port's ring cannot hold gets a larger one.
+    if (rxKernelDrops() != drops) ringGrow();
+  }
   if (!more || passPosted_) return;
   // Readiness would bring us back too; the posted pass does not depend on how the kernel
   // reports a ring that is partly read.
@@ -232,6 +312,7 @@ void RawSocketPam::passRun() {
 }
 
 bool RawSocketPam::rxWaiting() {
+  if (!ring_) return false;
   for (size_t tries = 0; tries <= geometry_.blockCount; ++tries) {
     while (framesLeft_ > 0) {
       // Our own transmissions, where the kernel could not be told to leave them out.

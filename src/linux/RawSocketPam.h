@@ -28,11 +28,15 @@ class RawSocketPam : public Konet::Pam {
   uint64_t rxPasses() const { return rxPasses_; }
 
   // The receive ring: blocks of whole pages, each holding at least one frame of the receive
-  // size with the kernel's headers; as many as fit in kRxRingBytes, and never fewer than two.
-  // 64 KiB a port keeps 1,000 ports within 64 MiB, and holds about 330 small LLDPDUs: more
-  // than a millisecond of a flood at line rate on a veth, while the event thread drains a
-  // block per pass in tens of microseconds.
+  // size with the kernel's headers (16 KiB for 10236 bytes). A port starts with kRxRingBytes,
+  // four such blocks, about 330 LLDPDUs of 112 bytes: more than a millisecond of a flood at
+  // what one sender reaches on a veth, while the event thread drains a block in tens of
+  // microseconds. A port whose ring overflowed grows it fourfold, up to kRxRingMaxBytes, while
+  // all rings together stay within kRxRingBudget; a new port takes its least ring back from
+  // the largest grown ones. So 1,000 ports never hold more than 64 MiB of receive memory.
   static constexpr size_t kRxRingBytes = 64 * 1024;
+  static constexpr size_t kRxRingMaxBytes = 4 * 1024 * 1024;
+  static constexpr size_t kRxRingBudget = 64 * 1024 * 1024;
   // A block the kernel has begun is handed over after this long even when not full, so that
   // a lone LLDPDU waits at most this long in the ring.
   static constexpr unsigned kRxBlockTimeoutMs = 4;
@@ -43,6 +47,10 @@ class RawSocketPam : public Konet::Pam {
     size_t blockCount;
   };
   static RingGeometry ringGeometry(size_t maxRxPktData);
+  size_t ringBytes() const { return ring_ ? geometry_.blockSize * geometry_.blockCount : 0; }
+  uint64_t rxRingResizes() const { return rxRingResizes_; }
+  // The rings of all ports of the process.
+  static size_t ringBytesInUse();
 
  private:
   RawSocketPam(Konet::IntfId intfId, int fd, uint8_t* ring, RingGeometry geometry,
@@ -57,6 +65,9 @@ class RawSocketPam : public Konet::Pam {
   void frameNext();
   void blockRelease();
   void rxKernelDropsRead();
+  void ringGrow();
+  void ringResize(size_t bytes);
+  static void ringBudgetKeep();
 
   int fd_;
   uint8_t* ring_;
@@ -76,6 +87,7 @@ class RawSocketPam : public Konet::Pam {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   uint64_t rxWaitErrors_ = 0;
   uint64_t rxPasses_ = 0;
+  uint64_t rxRingResizes_ = 0;
 };
 
 // Opens raw sockets for the desired interfaces; netNs names a namespace under /var/run/netns

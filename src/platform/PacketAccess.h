@@ -47,9 +47,10 @@ class Pam : public Platform::Entity {
   uint64_t rxUnread() const { return rxUnread_; }
 
  protected:
-  // Whether a frame waits to be offered, and dropping it untaken.
-  virtual bool rxWaiting() = 0;
-  virtual void rxSkip() = 0;
+  // Whether a frame waits to be offered, and dropping it untaken (for rxPassRun; a mechanism
+  // that notifies otherwise needs neither).
+  virtual bool rxWaiting() { return false; }
+  virtual void rxSkip() {}
   // An implementation's rxPkt calls this whether or not it has a frame to give.
   void rxTakenInc() { ++rxTaken_; }
 
