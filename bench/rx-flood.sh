@@ -47,6 +47,11 @@ hz=$(getconf CLK_TCK)
 cpuTicks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 cpuNs() { cat /proc/"$1"/task/*/schedstat | awk '{s += $1} END {print s}'; }
 send() { ip netns exec "$nss" "$work/rx-sender" "$@"; }
+# Frames the veth pair itself dropped (its receive backlog overflowed) before any socket saw them.
+vethDrops() {
+  echo $(($(ip netns exec "$nsd" cat /sys/class/net/rxd0/statistics/rx_dropped) +
+          $(ip netns exec "$nss" cat /sys/class/net/rxs0/statistics/tx_dropped)))
+}
 
 # The agent's ports start with a ring of 4 blocks of 16 KiB and grow it to at most 256 blocks
 # when it overflows; the bare reader runs with both sizes, the larger being the machine's limit.
@@ -58,10 +63,10 @@ for geometry in "16384 4" "16384 256"; do
     ip netns exec "$nsd" "$work/ring-reader" rxd0 ring "$blockBytes" "$blocks" >"$work/reader.out" &
     rpid=$!
     for _ in $(seq 50); do grep -q ready "$work/reader.out" && break; sleep 0.05; done
-    t0=$(cpuTicks $rpid); n0=$(cpuNs $rpid)
+    t0=$(cpuTicks $rpid); n0=$(cpuNs $rpid); v0=$(vethDrops)
     out=$(send flood rxs0 "$frames" "$msaps")
     sleep 0.3
-    t1=$(cpuTicks $rpid); n1=$(cpuNs $rpid)
+    t1=$(cpuTicks $rpid); n1=$(cpuNs $rpid); v1=$(vethDrops)
     kill -TERM $rpid; wait $rpid || true
     read -r _ got _ drops < <(grep '^frames' "$work/reader.out")
     read -r _ sent _ secs _ rate <<<"$out"
@@ -70,8 +75,8 @@ for geometry in "16384 4" "16384 256"; do
     share=$(awk -v g="$got" -v s="$sent" 'BEGIN {printf "%.3f", 100 * g / s}')
     readerUs[$msaps]=$us
     readerShare[$msaps]=$share
-    printf '  %2d MSAP(s): offered %d at %s frames/s; received %d (%s%%), kernel drops %d; CPU %s us per frame (stat: %s us)\n' \
-      "$msaps" "$sent" "$rate" "$got" "$share" "$drops" "$us" "$usTicks"
+    printf '  %2d MSAP(s): offered %d at %s frames/s; received %d (%s%%), kernel drops %d, veth drops %d; CPU %s us per frame (stat: %s us)\n' \
+      "$msaps" "$sent" "$rate" "$got" "$share" "$drops" "$((v1 - v0))" "$us" "$usTicks"
   done
 done
 
@@ -95,25 +100,25 @@ counters() {
 echo "== lldp-agent (pid $pid) on rxd0 =="
 # The first flood a port meets overflows its least ring, which then grows: shown apart.
 read -r rx0 kd0 < <(counters)
-out=$(send flood rxs0 20000 1)
+out=$(send flood rxs0 60000 1)
 sleep 0.3
 read -r rx1 kd1 < <(counters)
-printf '  warm-up: offered 20000 at %s frames/s; received %d, kernel drops %d (the ring grows)\n' \
+printf '  warm-up: offered 60000 at %s frames/s; received %d, kernel drops %d (the ring grows)\n' \
   "$(awk '{print $6}' <<<"$out")" "$((rx1 - rx0))" "$((kd1 - kd0))"
 for msaps in 1 32; do
   read -r rx0 kd0 < <(counters)
-  t0=$(cpuTicks $pid); n0=$(cpuNs $pid)
+  t0=$(cpuTicks $pid); n0=$(cpuNs $pid); v0=$(vethDrops)
   out=$(send flood rxs0 "$frames" "$msaps")
   sleep 0.3
-  t1=$(cpuTicks $pid); n1=$(cpuNs $pid)
+  t1=$(cpuTicks $pid); n1=$(cpuNs $pid); v1=$(vethDrops)
   read -r rx1 kd1 < <(counters)
   read -r _ sent _ secs _ rate <<<"$out"
   got=$((rx1 - rx0))
   us=$(awk -v a="$n0" -v b="$n1" -v n="$got" 'BEGIN {printf "%.3f", (n ? (b - a) / 1000 / n : 0)}')
   usTicks=$(awk -v a="$t0" -v b="$t1" -v n="$got" -v hz="$hz" 'BEGIN {printf "%.3f", (n ? (b - a) / hz * 1e6 / n : 0)}')
   share=$(awk -v g="$got" -v s="$sent" 'BEGIN {printf "%.3f", 100 * g / s}')
-  printf '  %2d MSAP(s): offered %d at %s frames/s; received %d (%s%%), kernel drops %d; CPU %s us per LLDPDU (stat: %s us)\n' \
-    "$msaps" "$sent" "$rate" "$got" "$share" "$((kd1 - kd0))" "$us" "$usTicks"
+  printf '  %2d MSAP(s): offered %d at %s frames/s; received %d (%s%%), kernel drops %d, veth drops %d; CPU %s us per LLDPDU (stat: %s us)\n' \
+    "$msaps" "$sent" "$rate" "$got" "$share" "$((kd1 - kd0))" "$((v1 - v0))" "$us" "$usTicks"
   printf '             ratio to the ring reader (4 MiB ring): %s x the CPU per frame, %s%% of its share received\n' \
     "$(awk -v a="$us" -v b="${readerUs[$msaps]}" 'BEGIN {printf "%.1f", (b > 0 ? a / b : 0)}')" \
     "$(awk -v a="$share" -v b="${readerShare[$msaps]}" 'BEGIN {printf "%.1f", (b > 0 ? 100 * a / b : 0)}')"

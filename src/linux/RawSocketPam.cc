@@ -216,9 +216,11 @@ void RawSocketPam::ringBudgetKeep() {
 }
 
 void RawSocketPam::ringGrow() {
+  // Straight to the largest ring that the budget allows: each resize loses what the ring holds.
   const size_t bytes = ringBytes();
-  const size_t wanted = std::min(bytes * 4, kRxRingMaxBytes);
-  if (wanted <= bytes || gRingBytes - bytes + wanted > kRxRingBudget) return;
+  size_t wanted = kRxRingMaxBytes;
+  while (wanted > bytes && gRingBytes - bytes + wanted > kRxRingBudget) wanted /= 4;
+  if (wanted <= bytes) return;
   ringResize(wanted);
 }
 

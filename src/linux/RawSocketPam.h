@@ -31,8 +31,8 @@ class RawSocketPam : public Konet::Pam {
   // size with the kernel's headers (16 KiB for 10236 bytes). A port starts with kRxRingBytes,
   // four such blocks, about 330 LLDPDUs of 112 bytes: more than a millisecond of a flood at
   // what one sender reaches on a veth, while the event thread drains a block in tens of
-  // microseconds. A port whose ring overflowed grows it fourfold, up to kRxRingMaxBytes, while
-  // all rings together stay within kRxRingBudget; a new port takes its least ring back from
+  // microseconds. A port whose ring overflowed grows it to kRxRingMaxBytes, or the largest
+  // quarter of it that keeps all rings together within kRxRingBudget; a new port takes its least ring back from
   // the largest grown ones. So 1,000 ports never hold more than 64 MiB of receive memory.
   static constexpr size_t kRxRingBytes = 64 * 1024;
   static constexpr size_t kRxRingMaxBytes = 4 * 1024 * 1024;
