@@ -145,6 +145,7 @@ std::vector<InterfaceRow> interfaceRows(const Json& reply) {
     row.tlvsDiscarded = number(status, "rxTLVsDiscardedTotal");
     row.tlvsUnrecognized = number(status, "rxTLVsUnrecognizedTotal");
     row.ageouts = number(status, "rxAgeoutsTotal");
+    row.kernelDrops = number(status, "rxKernelDropsTotal");
     rows.push_back(std::move(row));
   }
   return rows;

@@ -48,7 +48,7 @@ struct InterfaceRow {
   std::vector<std::string> sending;  // optional TLVs the port sends
   bool counted = false;              // the port has a status (an engine runs)
   uint64_t txFrames = 0, rxFrames = 0, rxErrors = 0, rxDiscarded = 0, tlvsDiscarded = 0, tlvsUnrecognized = 0,
-           ageouts = 0, txLengthExceeded = 0;
+           ageouts = 0, txLengthExceeded = 0, kernelDrops = 0;
 };
 std::vector<InterfaceRow> interfaceRows(const Json& reply);
 

@@ -64,11 +64,11 @@ void renderInterfaces(const std::vector<InterfaceRow>& rows, std::ostream& out) 
 
 void renderStatistics(const std::vector<InterfaceRow>& rows, std::ostream& out) {
   Table table({"Interface", "Tx", "Tx too long", "Rx", "Rx errors", "Rx discarded", "TLVs discarded",
-               "TLVs unrecognized", "Ageouts"});
+               "TLVs unrecognized", "Ageouts", "Rx kernel drops"});
   for (const auto& r : rows) {
     table.rowIs({r.intf, std::to_string(r.txFrames), std::to_string(r.txLengthExceeded), std::to_string(r.rxFrames),
                  std::to_string(r.rxErrors), std::to_string(r.rxDiscarded), std::to_string(r.tlvsDiscarded),
-                 std::to_string(r.tlvsUnrecognized), std::to_string(r.ageouts)});
+                 std::to_string(r.tlvsUnrecognized), std::to_string(r.ageouts), std::to_string(r.kernelDrops)});
   }
   table.print(out);
 }

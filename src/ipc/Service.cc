@@ -322,11 +322,14 @@ Json Service::interfaces(const Json& request) {
 
 Json Service::status() {
   size_t ports = 0, neighbours = 0;
+  uint64_t kernelDrops = 0;
   eachPortStatus(db_.entity(paths_.status), [&](const Lldp::PortStatus& ps) {
     ++ports;
     neighbours += ps.remoteSystems();
+    kernelDrops += ps.rxKernelDropsTotal();
   });
-  Json out = {{"ports", ports}, {"neighbors", neighbours}, {"subscriptions", subscriptionCount_}};
+  Json out = {{"ports", ports}, {"neighbors", neighbours}, {"subscriptions", subscriptionCount_},
+              {"rxKernelDrops", kernelDrops}};
   if (Ptr<Entity> status = db_.entity(paths_.status)) {
     Json counters = entityJson(*status);
     counters.erase("portStatus");

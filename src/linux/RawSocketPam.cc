@@ -1,5 +1,6 @@
 // AF_PACKET sockets: bound to one interface, the LLDP filter attached, the group address
-// joined, VLAN tags delivered as auxiliary data, our own transmissions never received.
+// joined, frames read from a memory-mapped ring in bounded passes, VLAN tags delivered beside
+// the frame, our own transmissions never received, kernel drops counted.
 #include "linux/RawSocketPam.h"
 
 #include <arpa/inet.h>
@@ -8,11 +9,14 @@
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 #include "platform/Log.h"
 
@@ -33,6 +37,9 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
      "buffers). The failure is counted on the port; the next transmission tries again.",
      "If the message repeats while the interface is up, check the interface and its driver.", 60,
      {"INTERFACE", nullptr}});
+
+// Nominal frame size the ring request needs; frames are packed in blocks whatever it is.
+constexpr unsigned kRingFrameSize = 2048;
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -59,20 +66,35 @@ bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
   return ok;
 }
 
+// The rings of all ports of the process, in bytes: a port grows its ring only within the budget.
+size_t gRingBytes = 0;
+std::set<RawSocketPam*>& allPams() {
+  static std::set<RawSocketPam*> pams;
+  return pams;
+}
+
+bool ringRequest(int fd, const RawSocketPam::RingGeometry& ring) {
+  tpacket_req3 req{};
+  req.tp_block_size = static_cast<unsigned>(ring.blockSize);
+  req.tp_block_nr = static_cast<unsigned>(ring.blockCount);
+  req.tp_frame_size = kRingFrameSize;  // nominal with this version: frames are packed
+  req.tp_frame_nr = static_cast<unsigned>(ring.blockSize / kRingFrameSize * ring.blockCount);
+  req.tp_retire_blk_tov = RawSocketPam::kRxBlockTimeoutMs;
+  return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
+}
+
+uint8_t* ringMap(int fd, const RawSocketPam::RingGeometry& ring) {
+  void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
+}
+
 bool configure(int fd, const std::string& device, int32_t knownIfIndex,
-               const Interface::EthDevPamManager& config, std::string& error) {
+               const Interface::EthDevPamManager& config, const RawSocketPam::RingGeometry& ring,
+               std::string& error) {
   // Bound by index: a device made again under the same name is another socket's business.
   const unsigned ifIndex = knownIfIndex > 0 ? static_cast<unsigned>(knownIfIndex) : if_nametoindex(device.c_str());
   if (!ifIndex) {
     error = systemError(("interface " + device).c_str());
-    return false;
-  }
-  sockaddr_ll addr{};
-  addr.sll_family = AF_PACKET;
-  addr.sll_protocol = htons(static_cast<uint16_t>(config.ethProtocol()));
-  addr.sll_ifindex = static_cast<int>(ifIndex);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    error = systemError("bind");
     return false;
   }
   std::vector<sock_filter> program;
@@ -84,6 +106,19 @@ bool configure(int fd, const std::string& device, int32_t knownIfIndex,
       return false;
     }
   }
+  const int version = TPACKET_V3;
+  if (setsockopt(fd, SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0) {
+    error = systemError("PACKET_VERSION");
+    return false;
+  }
+  if (!ringRequest(fd, ring)) {
+    error = systemError("PACKET_RX_RING");
+    return false;
+  }
+  // What this host transmits comes back on packet sockets: never a neighbour. Older kernels
+  // lack the option; the receive path skips such frames too.
+  const int on = 1;
+  setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
   packet_mreq mreq{};
   mreq.mr_ifindex = static_cast<int>(ifIndex);
   mreq.mr_type = PACKET_MR_MULTICAST;
@@ -93,60 +128,156 @@ bool configure(int fd, const std::string& device, int32_t knownIfIndex,
     error = systemError("PACKET_ADD_MEMBERSHIP");
     return false;
   }
-  const int on = 1;
-  if (config.separateDot1QHdr() && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0) {
-    error = systemError("PACKET_AUXDATA");
-    return false;
-  }
   const int prio = config.sockPrio();
   if (setsockopt(fd, SOL_SOCKET, SO_PRIORITY, &prio, sizeof prio) != 0) {
     error = systemError("SO_PRIORITY");
     return false;
   }
-  // Room for a burst of the largest frames we accept.
-  const int rcvbuf = static_cast<int>(std::max<size_t>(config.maxRxPktData(), 10236) * 32);
-  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf) != 0) {
-    error = systemError("SO_RCVBUF");
+  // Frames flow from here on, through the filter into the ring.
+  sockaddr_ll addr{};
+  addr.sll_family = AF_PACKET;
+  addr.sll_protocol = htons(static_cast<uint16_t>(config.ethProtocol()));
+  addr.sll_ifindex = static_cast<int>(ifIndex);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    error = systemError("bind");
     return false;
   }
   return true;
 }
 
+tpacket_block_desc* blockAt(uint8_t* ring, const RawSocketPam::RingGeometry& geometry, size_t block) {
+  return reinterpret_cast<tpacket_block_desc*>(ring + block * geometry.blockSize);
+}
+
+uint32_t blockStatus(const tpacket_block_desc* block) {
+  // Acquire: the frames the kernel wrote before handing the block over are visible.
+  return __atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE);
+}
+
+const tpacket3_hdr* frameHdr(const uint8_t* frame) { return reinterpret_cast<const tpacket3_hdr*>(frame); }
+
+const sockaddr_ll* frameAddr(const uint8_t* frame) {
+  return reinterpret_cast<const sockaddr_ll*>(frame + TPACKET_ALIGN(sizeof(tpacket3_hdr)));
+}
+
 }  // namespace
+
+RawSocketPam::RingGeometry RawSocketPam::ringGeometry(size_t maxRxPktData) {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  // The block's own header, the frame's header and address, and the alignment of the frame.
+  const size_t needed = std::max<size_t>(maxRxPktData, 1518) + 256;
+  // A whole number of pages, and a power of two of them: the kernel allocates it so.
+  size_t blockSize = page;
+  while (blockSize < needed) blockSize *= 2;
+  return {blockSize, std::max<size_t>(2, kRxRingBytes / blockSize)};
+}
 
 Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
                                               int32_t ifIndex, const Interface::EthDevPamManager& config,
                                               Platform::Scheduler& scheduler, const std::string& netNs,
                                               std::string& error) {
+  const RingGeometry geometry = ringGeometry(config.maxRxPktData());
   int fd = -1;
   const bool ok = inNetNs(netNs, error, [&] {
-    fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                htons(static_cast<uint16_t>(config.ethProtocol())));
+    // No protocol yet: nothing is queued before the filter and the ring are in place.
+    fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) {
       error = systemError("socket");
       return false;
     }
-    return configure(fd, device, ifIndex, config, error);
+    return configure(fd, device, ifIndex, config, geometry, error);
   });
-  if (!ok) {
+  uint8_t* ring = ok ? ringMap(fd, geometry) : nullptr;
+  if (ok && !ring) error = systemError("mmap of the receive ring");
+  if (!ring) {
     if (fd >= 0) ::close(fd);
     return nullptr;
   }
-  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, scheduler));
-  // Frames queued between socket() and the filter's attachment passed no filter: drop them.
-  char byte;
-  while (recv(fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
-  }
+  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, ring, geometry, scheduler));
+  pam->separateDot1QHdr_ = config.separateDot1QHdr();
+  pam->maxRxPktData_ = config.maxRxPktData();
   pam->watchIs();
+  ringBudgetKeep();
   return pam;
 }
 
-RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, Platform::Scheduler& scheduler)
-    : Pam(std::move(intfId)), fd_(fd), scheduler_(scheduler),
-      rewatchClock_(scheduler, [this] { watchIs(); }) {}
+size_t RawSocketPam::ringBytesInUse() { return gRingBytes; }
+
+void RawSocketPam::ringBudgetKeep() {
+  // A new port always gets its least ring; grown rings give the room back, largest first.
+  while (gRingBytes > kRxRingBudget) {
+    RawSocketPam* largest = nullptr;
+    for (RawSocketPam* pam : allPams()) {
+      if (pam->ringBytes() > kRxRingBytes && (!largest || pam->ringBytes() > largest->ringBytes())) largest = pam;
+    }
+    if (!largest) return;
+    largest->ringResize(kRxRingBytes);
+  }
+}
+
+void RawSocketPam::ringGrow() {
+  // Straight to the largest ring that the budget allows: each resize loses what the ring holds.
+  const size_t bytes = ringBytes();
+  size_t wanted = kRxRingMaxBytes;
+  while (wanted > bytes && gRingBytes - bytes + wanted > kRxRingBudget) wanted /= 4;
+  if (wanted <= bytes) return;
+  ringResize(wanted);
+}
+
+void RawSocketPam::ringResize(size_t bytes) {
+  // What the ring still holds is lost with it, as are the frames that arrive while there is
+  // none (they wait in the socket's queue, which nobody reads): counted as dropped.
+  uint64_t lost = framesLeft_;
+  for (size_t b = 0; b < geometry_.blockCount; ++b) {
+    if (blockHeld_ && b == block_) continue;
+    const tpacket_block_desc* block = blockAt(ring_, geometry_, b);
+    if (blockStatus(block) & TP_STATUS_USER) lost += block->hdr.bh1.num_pkts;
+  }
+  munmap(ring_, ringBytes());
+  gRingBytes -= ringBytes();
+  ring_ = nullptr;
+  tpacket_req3 none{};
+  setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  const RingGeometry wanted{geometry_.blockSize, std::max<size_t>(2, bytes / geometry_.blockSize)};
+  const RingGeometry least = ringGeometry(maxRxPktData_);
+  for (const RingGeometry& g : {wanted, geometry_, least}) {
+    if (!ringRequest(fd_, g)) continue;
+    if ((ring_ = ringMap(fd_, g))) {
+      geometry_ = g;
+      break;
+    }
+    setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  }
+  block_ = 0;
+  blockHeld_ = false;
+  framesLeft_ = 0;
+  char byte;
+  while (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
+  rxKernelDropsInc(lost);
+  if (!ring_) {
+    PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
+    return;
+  }
+  gRingBytes += ringBytes();
+  ++rxRingResizes_;
+}
+
+RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, uint8_t* ring, RingGeometry geometry,
+                           Platform::Scheduler& scheduler)
+    : Pam(std::move(intfId)), fd_(fd), ring_(ring), geometry_(geometry), scheduler_(scheduler),
+      rewatchClock_(scheduler, [this] { watchIs(); }) {
+  allPams().insert(this);
+  gRingBytes += ringBytes();
+}
 
 RawSocketPam::~RawSocketPam() {
+  *alive_ = false;
   watch_.reset();
+  allPams().erase(this);
+  if (ring_) {
+    munmap(ring_, ringBytes());
+    gRingBytes -= ringBytes();
+  }
   ::close(fd_);
 }
 
@@ -156,16 +287,92 @@ void RawSocketPam::watchIs() {
 }
 
 void RawSocketPam::handleReadable() {
-  // The port engine takes one frame per notification; readiness comes back for the rest.
-  const uint64_t taken = rxTaken_;
-  if (hasWatchers()) readableCountInc();
-  if (rxTaken_ != taken) return;
-  // Nobody read (no engine on the port): drop what waits, or readiness would call at once again.
-  for (int i = 0; i < kMaxUnreadDrain; ++i) {
-    char byte;
-    if (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) < 0) return;
-    ++rxUnread_;
+  // A pass is already due: it takes what waits, after the other work of this turn.
+  if (passPosted_) return;
+  passRun();
+}
+
+void RawSocketPam::passRun() {
+  const Platform::Ptr<RawSocketPam> self(this);  // a reader may remove the port during the pass
+  ++rxPasses_;
+  const bool more = rxPassRun();
+  if (lossSeen_) {
+    const uint64_t drops = rxKernelDrops();
+    rxKernelDropsRead();
+    // The ring overflowed: a flood that this port's ring cannot hold gets a larger one.
+    if (rxKernelDrops() != drops) ringGrow();
   }
+  if (!more || passPosted_) return;
+  // Readiness would bring us back too; the posted pass does not depend on how the kernel
+  // reports a ring that is partly read.
+  passPosted_ = true;
+  scheduler_.post([this, alive = alive_] {
+    if (!*alive) return;
+    passPosted_ = false;
+    passRun();
+  });
+}
+
+bool RawSocketPam::rxWaiting() {
+  if (!ring_) return false;
+  for (size_t tries = 0; tries <= geometry_.blockCount; ++tries) {
+    while (framesLeft_ > 0) {
+      // Our own transmissions, where the kernel could not be told to leave them out.
+      if (frameAddr(frame_)->sll_pkttype != PACKET_OUTGOING) return true;
+      frameNext();
+    }
+    if (blockHeld_) blockRelease();
+    tpacket_block_desc* block = blockAt(ring_, geometry_, block_);
+    const uint32_t status = blockStatus(block);
+    if (!(status & TP_STATUS_USER)) return false;
+    blockHeld_ = true;
+    if (status & TP_STATUS_LOSING) lossSeen_ = true;
+    const uint32_t first = block->hdr.bh1.offset_to_first_pkt;
+    framesLeft_ = first < geometry_.blockSize ? block->hdr.bh1.num_pkts : 0;
+    frame_ = reinterpret_cast<uint8_t*>(block) + first;
+    if (framesLeft_ > 0 && !frameFits()) framesLeft_ = 0;
+  }
+  return false;
+}
+
+bool RawSocketPam::frameFits() const {
+  const uint8_t* blockEnd = reinterpret_cast<const uint8_t*>(blockAt(ring_, geometry_, block_)) + geometry_.blockSize;
+  const tpacket3_hdr* hdr = frameHdr(frame_);
+  return frame_ + TPACKET3_HDRLEN <= blockEnd && frame_ + hdr->tp_mac + hdr->tp_snaplen <= blockEnd;
+}
+
+void RawSocketPam::frameNext() {
+  const uint32_t next = frameHdr(frame_)->tp_next_offset;
+  --framesLeft_;
+  frame_ += next;
+  // A frame that would leave the block ends it: the kernel never writes one.
+  if (framesLeft_ > 0 && (next == 0 || !frameFits())) framesLeft_ = 0;
+}
+
+void RawSocketPam::blockRelease() {
+  // Every block ours: the kernel had nowhere to put frames and may have dropped some.
+  bool full = true;
+  for (size_t b = 0; b < geometry_.blockCount && full; ++b) {
+    full = blockStatus(blockAt(ring_, geometry_, b)) & TP_STATUS_USER;
+  }
+  if (full) lossSeen_ = true;
+  __atomic_store_n(&blockAt(ring_, geometry_, block_)->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+  blockHeld_ = false;
+  framesLeft_ = 0;
+  block_ = (block_ + 1) % geometry_.blockCount;
+}
+
+void RawSocketPam::rxSkip() {
+  if (rxWaiting()) frameNext();
+}
+
+void RawSocketPam::rxKernelDropsRead() {
+  lossSeen_ = false;
+  // Reading the statistics resets them: each read is a difference.
+  tpacket_stats_v3 stats{};
+  socklen_t length = sizeof stats;
+  if (getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &stats, &length) != 0) return;
+  rxKernelDropsInc(stats.tp_drops);
 }
 
 void RawSocketPam::handleWaitError(std::error_code error) {
@@ -176,45 +383,24 @@ void RawSocketPam::handleWaitError(std::error_code error) {
 }
 
 Platform::PacketPtr RawSocketPam::rxPkt() {
-  ++rxTaken_;
+  rxTakenInc();
+  if (!rxWaiting()) return nullptr;
   Platform::PacketPtr pkt = Platform::PacketPool::instance().alloc();
   if (!pkt) {
-    discardOne();  // no buffer: drop it, or readiness would call again at once
+    frameNext();  // no buffer: the frame is lost, as when a socket's queue is full
     return nullptr;
   }
-  while (true) {
-    sockaddr_ll from{};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
-    iovec iov{pkt->data(), pkt->maxSharedData()};
-    msghdr msg{};
-    msg.msg_name = &from;
-    msg.msg_namelen = sizeof from;
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof control;
-    const ssize_t n = recvmsg(fd_, &msg, MSG_DONTWAIT | MSG_TRUNC);
-    if (n < 0) return nullptr;
-    // What this host transmitted comes back on packet sockets: never a neighbour.
-    if (from.sll_pkttype == PACKET_OUTGOING) continue;
-    pkt->receivedIs(static_cast<size_t>(n));
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
-      if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA) continue;
-      tpacket_auxdata aux;
-      std::memcpy(&aux, CMSG_DATA(c), sizeof aux);
-      if (aux.tp_status & TP_STATUS_VLAN_VALID) {
-        const uint16_t tpid = (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) ? aux.tp_vlan_tpid : 0x8100;
-        pkt->dot1QHdrIs(Platform::Packet::Dot1QTag{tpid, aux.tp_vlan_tci});
-      }
-    }
-    rxFramesInc();
-    return pkt;
+  const tpacket3_hdr* hdr = frameHdr(frame_);
+  const size_t n = std::min<size_t>({hdr->tp_snaplen, maxRxPktData_, pkt->maxSharedData()});
+  pkt->receivedIs(n);
+  std::memcpy(pkt->data(), frame_ + hdr->tp_mac, n);
+  if (separateDot1QHdr_ && (hdr->tp_status & TP_STATUS_VLAN_VALID)) {
+    const uint16_t tpid = (hdr->tp_status & TP_STATUS_VLAN_TPID_VALID) ? hdr->hv1.tp_vlan_tpid : 0x8100;
+    pkt->dot1QHdrIs(Platform::Packet::Dot1QTag{tpid, static_cast<uint16_t>(hdr->hv1.tp_vlan_tci)});
   }
-}
-
-void RawSocketPam::discardOne() {
-  char byte;
-  recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC);
+  frameNext();
+  rxFramesInc();
+  return pkt;
 }
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {

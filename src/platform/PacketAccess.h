@@ -22,22 +22,55 @@ struct EthHdr {
 };
 static_assert(sizeof(EthHdr) == 14);
 
-// Receives and sends frames on one interface. readableCount grows each time frames are
-// waiting; a watcher takes one frame per notification.
+// Receives and sends frames on one interface. Frames waiting are offered to the watchers one
+// readableCount step at a time; a watcher takes the frame of its step with rxPkt.
 class Pam : public Platform::Entity {
 #define KONET_PAM_ATTRS(X)             \
   X(Meta, intfId, Konet::IntfId, {})   \
   X(Counter, readableCount, uint64_t, {}) \
   X(Counter, txFrames, uint64_t, {})   \
   X(Counter, txErrors, uint64_t, {})   \
-  X(Counter, rxFrames, uint64_t, {})
+  X(Counter, rxFrames, uint64_t, {})   \
+  X(Counter, rxKernelDrops, uint64_t, {})
   PLATFORM_RECORD(Pam, KONET_PAM_ATTRS)
  public:
+  // Frames one receive pass offers at most: a flood on one port then costs the other ports
+  // and the state socket at most this many frames' work before they have their turn.
+  static constexpr size_t kRxFramesPerPass = 128;
+
   explicit Pam(Konet::IntfId intfId) : intfId_(std::move(intfId)) {}
-  // The next waiting frame, or null when there is none.
+  // The frame of the current readableCount step, or null when there is none.
   virtual Platform::PacketPtr rxPkt() = 0;
   // Sends without blocking; a frame that cannot be sent is counted in txErrors.
   virtual void txPkt(Platform::PacketPtr pkt) = 0;
+  // Frames dropped because nobody took them when they were offered.
+  uint64_t rxUnread() const { return rxUnread_; }
+
+ protected:
+  // Whether a frame waits to be offered, and dropping it untaken (for rxPassRun; a mechanism
+  // that notifies otherwise needs neither).
+  virtual bool rxWaiting() { return false; }
+  virtual void rxSkip() {}
+  // An implementation's rxPkt calls this whether or not it has a frame to give.
+  void rxTakenInc() { ++rxTaken_; }
+
+  // Offers up to kRxFramesPerPass waiting frames; a frame nobody took in its step is dropped,
+  // so that a port without a reader drains. True when frames are left for a later pass.
+  bool rxPassRun() {
+    for (size_t n = 0; n < kRxFramesPerPass; ++n) {
+      if (!rxWaiting()) return false;
+      const uint64_t taken = rxTaken_;
+      if (hasWatchers()) readableCountInc();
+      if (rxTaken_ != taken) continue;
+      rxSkip();
+      ++rxUnread_;
+    }
+    return rxWaiting();
+  }
+
+ private:
+  uint64_t rxTaken_ = 0;
+  uint64_t rxUnread_ = 0;
 };
 
 }  // namespace Konet

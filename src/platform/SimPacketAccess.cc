@@ -1,6 +1,7 @@
 // The simulated wire and its mechanisms.
 #include "platform/SimPacketAccess.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Platform {
@@ -11,10 +12,13 @@ SimPam::SimPam(Konet::IntfId intfId, std::string endpoint, SimWire& wire, bool s
   wire_.attach(this);
 }
 
-SimPam::~SimPam() { wire_.detach(this); }
+SimPam::~SimPam() {
+  *alive_ = false;
+  wire_.detach(this);
+}
 
 PacketPtr SimPam::rxPkt() {
-  ++rxTaken_;
+  rxTakenInc();
   if (queue_.empty()) return nullptr;
   std::vector<uint8_t> frame = std::move(queue_.front());
   queue_.pop_front();
@@ -37,13 +41,23 @@ void SimPam::txPkt(PacketPtr pkt) {
   wire_.transmit(*this, std::vector<uint8_t>(pkt->data(), pkt->data() + pkt->bytes()));
 }
 
-void SimPam::deliver(const std::vector<uint8_t>& frame) {
-  queue_.push_back(frame);
-  const uint64_t taken = rxTaken_;
-  readableCountInc();
-  if (rxTaken_ != taken) return;
-  rxUnread_ += queue_.size();
-  queue_.clear();
+void SimPam::deliver(const std::vector<uint8_t>& frame, size_t copies) {
+  const size_t room = queueLimit_ - std::min(queueLimit_, queue_.size());
+  for (size_t i = 0; i < std::min(copies, room); ++i) queue_.push_back(frame);
+  if (copies > room) rxKernelDropsInc(copies - room);
+  if (!passPosted_) rxPassRunNow();
+}
+
+void SimPam::rxPassRunNow() {
+  const Platform::Ptr<SimPam> self(this);  // a reader may remove the port during the pass
+  ++rxPasses_;
+  if (!rxPassRun() || !*alive_ || passPosted_) return;
+  passPosted_ = true;
+  wire_.scheduler().post([this, alive = alive_] {
+    if (!*alive) return;
+    passPosted_ = false;
+    rxPassRunNow();
+  });
 }
 
 void SimWire::link(const std::string& a, const std::string& b) {
@@ -61,6 +75,12 @@ void SimWire::unlink(const std::string& endpoint) {
 void SimWire::inject(const std::string& endpoint, const std::vector<uint8_t>& frame) {
   scheduler_.post([this, endpoint, frame] {
     if (auto it = pams_.find(endpoint); it != pams_.end()) it->second->deliver(frame);
+  });
+}
+
+void SimWire::injectBurst(const std::string& endpoint, const std::vector<uint8_t>& frame, size_t copies) {
+  scheduler_.post([this, endpoint, frame, copies] {
+    if (auto it = pams_.find(endpoint); it != pams_.end()) it->second->deliver(frame, copies);
   });
 }
 

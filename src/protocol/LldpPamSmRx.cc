@@ -98,6 +98,13 @@ void LldpPamSm::handleReadableCount() {
   }
 }
 
+void LldpPamSm::handleRxKernelDrops() {
+  // Frames lost before they reached us: the port's count, next to its receive counters.
+  const uint64_t drops = pam_->rxKernelDrops();
+  portStatus_->rxKernelDropsTotalInc(static_cast<uint32_t>(drops - rxKernelDropsSeen_));
+  rxKernelDropsSeen_ = drops;
+}
+
 void LldpPamSm::handleRxRateLimitClock() {
   LLDP_ASSERT(initialized());
   TRACE(protocolSmTrace, 8) << "LldpPamSm::handleRxRateLimitClock()";

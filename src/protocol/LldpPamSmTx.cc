@@ -47,6 +47,8 @@ void LldpPamSm::handleInitialized() {
   watch<&LldpPamSm::handleAdminStatus>(portConfig_, PortConfig::adminStatusAttr);
   watch<&LldpPamSm::handleRemoteSystem>(portStatus_, PortStatus::remoteSystemAttr);
   watch<&LldpPamSm::handleReadableCount>(pam_, Konet::Pam::readableCountAttr);
+  watch<&LldpPamSm::handleRxKernelDrops>(pam_, Konet::Pam::rxKernelDropsAttr);
+  rxKernelDropsSeen_ = pam_->rxKernelDrops();
   initialized_ = true;
 
   txClock_.timeMinIs(Platform::kNever);

@@ -216,6 +216,7 @@ class LldpPamSm : public Platform::Reactor {
 
   // Receive side.
   void handleReadableCount();
+  void handleRxKernelDrops();
   void handleRxRateLimitClock();
   void handleAgeClock();
   void handleLinkStatusRx();
@@ -246,6 +247,7 @@ class LldpPamSm : public Platform::Reactor {
   bool initialized_ = false;
   uint64_t rxLldpdus_ = 0;
   uint64_t rxLldpdusRateLimited_ = 0;
+  uint64_t rxKernelDropsSeen_ = 0;  // of the mechanism's count, what the port has counted
 };
 
 }  // namespace Lldp::Agent::Protocol

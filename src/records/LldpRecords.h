@@ -265,6 +265,7 @@ class PortStatus : public Platform::Entity {
   X(Counter, rxTLVsDiscardedTotal, uint32_t, {})                                  \
   X(Counter, rxTLVsUnrecognizedTotal, uint32_t, {})                               \
   X(Counter, rxAgeoutsTotal, uint32_t, {})                                        \
+  X(Counter, rxKernelDropsTotal, uint32_t, {})                                    \
   X(EntColl, remoteSystem, int32_t, RemoteSystem)                                 \
   X(HashColl, remoteSystemByMsap, Msap, ::Platform::Ptr<::Lldp::RemoteSystem>)    \
   X(Counter, nextRemoteSystemIndex, int32_t, {})                                  \

@@ -163,7 +163,8 @@ TEST_F(CommandsTest, InterfacesAndStatisticsComeFromOneReply) {
                          {"portConfig", {{"adminStatus", 3}, {"enabledTlvs", 3}, {"dot3EnabledTlvs", 0},
                                          {"mgmtAddrTxEnable", true}, {"portVlanTxEnable", false}}},
                          {"localPort", {{"portIdentifier", {{"subtype", 5}, {"value", "Ethernet1"}}}}},
-                         {"portStatus", {{"txFramesTotal", 7}, {"rxFramesTotal", 5}, {"rxAgeoutsTotal", 2}}}},
+                         {"portStatus", {{"txFramesTotal", 7}, {"rxFramesTotal", 5}, {"rxAgeoutsTotal", 2},
+                                         {"rxKernelDropsTotal", 3}}}},
                         {{"intfId", "Ethernet9"}, {"portConfig", {{"adminStatus", 4}}}, {"localPort", nullptr},
                          {"portStatus", nullptr}}}}};
   agent.replies.push_back(reply);
@@ -175,7 +176,8 @@ TEST_F(CommandsTest, InterfacesAndStatisticsComeFromOneReply) {
   out.str("");
   Cli::showStatistics(context, {});
   EXPECT_THAT(out.str(), HasSubstr("Ageouts"));
-  EXPECT_THAT(out.str(), testing::MatchesRegex("(.|\n)*Ethernet1 +7 +0 +5 +0 +0 +0 +0 +2\n(.|\n)*"));
+  EXPECT_THAT(out.str(), HasSubstr("Rx kernel drops"));
+  EXPECT_THAT(out.str(), testing::MatchesRegex("(.|\n)*Ethernet1 +7 +0 +5 +0 +0 +0 +0 +2 +3\n(.|\n)*"));
 }
 
 TEST_F(CommandsTest, WatchPrintsEachNeighbourEventWithItsReason) {

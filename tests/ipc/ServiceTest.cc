@@ -114,6 +114,7 @@ TEST_F(ServiceTest, GetReadsEntitiesListsPrefixesAndNeighboursByInterface) {
   service.statusProviderIs([] { return Json{{"version", "9.9"}, {"netlinkResyncs", 3}}; });
   reply = ask({{"op", "status"}});
   EXPECT_EQ(reply["neighbors"], 2);
+  EXPECT_EQ(reply["rxKernelDrops"], 0);
   EXPECT_EQ(reply["version"], "9.9");
 }
 
