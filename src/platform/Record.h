@@ -355,7 +355,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   struct RareValues {                                                                    \
     LIST(PLATFORM_X_RARE_MEMBER)                                                         \
   };                                                                                     \
-  [[no_unique_address]] ::Platform::RareBlock<RareValues> rare_;                         \
+  [[no_unique_address]] [[maybe_unused]] ::Platform::RareBlock<RareValues> rare_;         \
                                                                                          \
  public:                                                                                 \
   LIST(PLATFORM_X_DECL)                                                                  \
