@@ -1,4 +1,5 @@
-// Keyed collections of records: ordered (std::map) or hashed, walkable while they change.
+// Keyed collections of records: ordered (std::map or a sorted array) or hashed, walkable while
+// they change.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,8 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "platform/FlatMap.h"
 
 namespace Platform {
 
@@ -22,7 +25,7 @@ bool sameValue(const T& a, const U& b) {
 }
 
 // Storage plus the bookkeeping that keeps live iterators valid across erase (and, for hashed
-// storage, across an insert that rehashes). Members removed while a walk is on are skipped;
+// storage, across an insert that rehashes; for a sorted array, across any insert or erase). Members removed while a walk is on are skipped;
 // members added may or may not be visited by that walk. An empty collection costs two pointers:
 // records carry many collections that are usually empty.
 template <class Map>
@@ -120,8 +123,7 @@ class Coll {
     Map& m = s_->map;
     auto it = m.find(key);
     if (it == m.end()) return false;
-    stepCursorsOff(it);
-    m.erase(it);
+    eraseKeepingCursors(it);
     return true;
   }
 
@@ -133,8 +135,7 @@ class Coll {
     auto it = m.find(key);
     if (it == m.end()) return mapped_type{};
     mapped_type value = std::move(const_cast<mapped_type&>(it->second));
-    stepCursorsOff(it);
-    m.erase(it);
+    eraseKeepingCursors(it);
     return value;
   }
 
@@ -149,55 +150,88 @@ class Coll {
     for (const auto& member : old) onErased(member.first);
   }
 
-  // Empties without notification and keeps the nodes, so that refilling with the same keys
-  // allocates nothing (the receive path's scratch record).
+  // Empties without notification and keeps the room (nodes, or the array), so that refilling
+  // with the same keys allocates nothing (the receive path's scratch record).
   void clearRecycling() {
     if (!s_) return;
     Map& m = s_->map;
+    if constexpr (kMovesOnChange) {
+      m.clear();  // a sorted array keeps its room
+    } else {
+      if (!s_->spares) s_->spares = std::make_unique<std::vector<typename Map::node_type>>();
+      while (!m.empty()) s_->spares->push_back(m.extract(m.begin()));
+    }
     parkCursorsAtEnd(m);
-    if (!s_->spares) s_->spares = std::make_unique<std::vector<typename Map::node_type>>();
-    while (!m.empty()) s_->spares->push_back(m.extract(m.begin()));
   }
 
  private:
   template <class V>
   void insertNew(const key_type& key, V&& value) {
     Map& m = s_->map;
-    if (!s_->spares || s_->spares->empty()) {
-      insertKeepingCursors([&] { m.emplace(key, std::forward<V>(value)); });
-      return;
+    if constexpr (!kMovesOnChange) {
+      if (s_->spares && !s_->spares->empty()) {
+        auto node = std::move(s_->spares->back());
+        s_->spares->pop_back();
+        node.key() = key;
+        node.mapped() = std::forward<V>(value);
+        insertKeepingCursors([&] { m.insert(std::move(node)); });
+        return;
+      }
     }
-    auto node = std::move(s_->spares->back());
-    s_->spares->pop_back();
-    node.key() = key;
-    node.mapped() = std::forward<V>(value);
-    insertKeepingCursors([&] { m.insert(std::move(node)); });
+    insertKeepingCursors([&] { m.emplace(key, std::forward<V>(value)); });
   }
 
   template <class Insert>
   void insertKeepingCursors(Insert&& insert) {
     Map& m = s_->map;
-    if constexpr (kRehashes) {
-      if (cursors_ && m.size() + 1 > m.bucket_count() * m.max_load_factor()) {
-        struct Position {
-          iterator* cursor;
-          key_type key;
-          bool pending;
-        };
-        std::vector<Position> positions;
-        for (iterator* c = cursors_; c; c = c->next_) {
-          if (c->it_ != m.end()) positions.push_back({c, c->it_->first, c->pending_});
-        }
-        insert();
-        parkCursorsAtEnd(m);
-        for (const Position& p : positions) {
-          p.cursor->it_ = m.find(p.key);
-          p.cursor->pending_ = p.pending;
-        }
+    bool moves = false;
+    if constexpr (kRehashes) moves = m.size() + 1 > m.bucket_count() * m.max_load_factor();
+    if constexpr (kMovesOnChange) moves = true;
+    if (!cursors_ || !moves) {
+      insert();
+      return;
+    }
+    changeKeepingCursors(m.end(), insert);
+  }
+
+  void eraseKeepingCursors(MapIter it) {
+    Map& m = s_->map;
+    if constexpr (kMovesOnChange) {
+      if (cursors_) {
+        changeKeepingCursors(it, [&] { m.erase(it); });
         return;
       }
     }
-    insert();
+    stepCursorsOff(it);
+    m.erase(it);
+  }
+
+  // Runs a change that may move every member, then puts each walk back on its member by key.
+  // A walk standing on `erased` moves on to the member after it.
+  template <class Change>
+  void changeKeepingCursors(MapIter erased, Change&& change) {
+    Map& m = s_->map;
+    struct Position {
+      iterator* cursor;
+      key_type key;
+      bool pending;
+    };
+    std::vector<Position> positions;
+    for (iterator* c = cursors_; c; c = c->next_) {
+      MapIter at = c->it_;
+      bool pending = c->pending_;
+      if (at != m.end() && at == erased) {
+        at = std::next(at);
+        pending = true;
+      }
+      if (at != m.end()) positions.push_back({c, at->first, pending});
+    }
+    change();
+    parkCursorsAtEnd(m);
+    for (const Position& p : positions) {
+      p.cursor->it_ = m.find(p.key);
+      p.cursor->pending_ = p.pending;
+    }
   }
 
   // Walks in progress end at their next step.
@@ -222,10 +256,16 @@ class Coll {
     return empty;
   }
 
-  struct Storage {
+  static constexpr bool kMovesOnChange = requires { Map::kMovesOnChange; };
+
+  // Nodes kept by clearRecycling for reuse; only the receive path's scratch record has any.
+  template <class M>
+  struct NodeSpares {
+    std::unique_ptr<std::vector<typename M::node_type>> spares;
+  };
+  struct NoSpares {};
+  struct Storage : std::conditional_t<kMovesOnChange, NoSpares, NodeSpares<Map>> {
     Map map;
-    // Nodes kept by clearRecycling for reuse; only the receive path's scratch record has any.
-    std::unique_ptr<std::vector<typename Map::node_type>> spares;
   };
   Storage& storage() {
     if (!s_) {
@@ -244,6 +284,10 @@ class Coll {
 
 template <class K, class V>
 using OrderedColl = Coll<std::map<K, V, std::less<>>>;
+
+// Ordered, in one sorted array: for the few members most records' collections hold.
+template <class K, class V>
+using SmallColl = Coll<FlatMap<K, V, std::less<>>>;
 
 template <class K, class V, class Hash = std::hash<K>, class Eq = std::equal_to<>>
 using HashedColl = Coll<std::unordered_map<K, V, Hash, Eq>>;

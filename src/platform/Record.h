@@ -13,6 +13,8 @@
 //                                       reports it as Coll)
 //   X(Counter, name, Type, {default})   value with nameInc(n) (wrapping for integers)
 //   X(Coll, name, Key, Value)           ordered collection of values
+//   X(SmallColl, name, Key, Value)      like Coll, in one sorted array: for the few members a
+//                                       record usually holds (reflection reports it as Coll)
 //   X(HashColl, name, Key, Value)       hashed collection of values
 //   X(EntColl, name, Key, Entity)       ordered collection of nested entities, made by nameIs(key, args...)
 //   X(HashEntColl, name, Key, Entity)   hashed collection of nested entities
@@ -94,6 +96,8 @@ class RareBlock<Values> {};
 template <class K, class V>
 using OrderedStore = OrderedColl<K, V>;
 template <class K, class V>
+using SmallStore = SmallColl<K, V>;
+template <class K, class V>
 using HashedStore = HashedColl<K, V, HashOf<K>>;
 
 // Brings dst's members in line with src's; reports each change to obs and through set/del so
@@ -162,9 +166,9 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
 #define PLATFORM_DECL_RareColl(name, K, V)                                             \
  public:                                                                               \
   static constexpr ::Platform::AttrId<K> name##Attr{name##Idx};                        \
-  const ::Platform::OrderedStore<K, V>& name() const {                                 \
+  const ::Platform::SmallStore<K, V>& name() const {                                   \
     const auto* rare = rare_.get();                                                    \
-    return rare ? rare->name : ::Platform::defaultOf<::Platform::OrderedStore<K, V>>(); \
+    return rare ? rare->name : ::Platform::defaultOf<::Platform::SmallStore<K, V>>();   \
   }                                                                                    \
   template <class Q>                                                                   \
   const V& name(const Q& key) const {                                                  \
@@ -193,11 +197,12 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   }
 
 #define PLATFORM_RARE_MEMBER_Rare(name, T, dflt) T name = T dflt;
-#define PLATFORM_RARE_MEMBER_RareColl(name, K, V) ::Platform::OrderedStore<K, V> name;
+#define PLATFORM_RARE_MEMBER_RareColl(name, K, V) ::Platform::SmallStore<K, V> name;
 #define PLATFORM_RARE_MEMBER_Attr(...)
 #define PLATFORM_RARE_MEMBER_Meta(...)
 #define PLATFORM_RARE_MEMBER_Counter(...)
 #define PLATFORM_RARE_MEMBER_Coll(...)
+#define PLATFORM_RARE_MEMBER_SmallColl(...)
 #define PLATFORM_RARE_MEMBER_HashColl(...)
 #define PLATFORM_RARE_MEMBER_EntColl(...)
 #define PLATFORM_RARE_MEMBER_HashEntColl(...)
@@ -211,6 +216,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
 #define PLATFORM_VISIT_Meta(name) PLATFORM_VISIT_PLAIN_(Meta, name)
 #define PLATFORM_VISIT_Counter(name) PLATFORM_VISIT_PLAIN_(Counter, name)
 #define PLATFORM_VISIT_Coll(name) PLATFORM_VISIT_PLAIN_(Coll, name)
+#define PLATFORM_VISIT_SmallColl(name) PLATFORM_VISIT_PLAIN_(Coll, name)
 #define PLATFORM_VISIT_HashColl(name) PLATFORM_VISIT_PLAIN_(HashColl, name)
 #define PLATFORM_VISIT_EntColl(name) PLATFORM_VISIT_PLAIN_(EntColl, name)
 #define PLATFORM_VISIT_HashEntColl(name) PLATFORM_VISIT_PLAIN_(HashEntColl, name)
@@ -218,6 +224,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
 #define PLATFORM_VISIT_MUTABLE_Meta(name) PLATFORM_VISIT_Meta(name)
 #define PLATFORM_VISIT_MUTABLE_Counter(name) PLATFORM_VISIT_Counter(name)
 #define PLATFORM_VISIT_MUTABLE_Coll(name) PLATFORM_VISIT_Coll(name)
+#define PLATFORM_VISIT_MUTABLE_SmallColl(name) PLATFORM_VISIT_Coll(name)
 #define PLATFORM_VISIT_MUTABLE_HashColl(name) PLATFORM_VISIT_HashColl(name)
 #define PLATFORM_VISIT_MUTABLE_EntColl(name) PLATFORM_VISIT_EntColl(name)
 #define PLATFORM_VISIT_MUTABLE_HashEntColl(name) PLATFORM_VISIT_HashEntColl(name)
@@ -287,6 +294,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
   }
 
 #define PLATFORM_DECL_Coll(name, K, V) PLATFORM_DECL_VALUE_COLL_(name, K, V, OrderedStore)
+#define PLATFORM_DECL_SmallColl(name, K, V) PLATFORM_DECL_VALUE_COLL_(name, K, V, SmallStore)
 #define PLATFORM_DECL_HashColl(name, K, V) PLATFORM_DECL_VALUE_COLL_(name, K, V, HashedStore)
 #define PLATFORM_DECL_EntColl(name, K, E) PLATFORM_DECL_ENT_COLL_(name, K, E, OrderedStore)
 #define PLATFORM_DECL_HashEntColl(name, K, E) PLATFORM_DECL_ENT_COLL_(name, K, E, HashedStore)
@@ -310,6 +318,7 @@ bool mergeColl(const char* name, const C& dst, const C& src, Set&& set, Del&& de
       #name, name##_, src.name##_, [this](const K& k, const V& v) { name##Is(k, v); },         \
       [this](const K& k) { name##Del(k); }, obs);
 #define PLATFORM_COPY_HashColl(name, K, V) PLATFORM_COPY_Coll(name, K, V)
+#define PLATFORM_COPY_SmallColl(name, K, V) PLATFORM_COPY_Coll(name, K, V)
 #define PLATFORM_COPY_RareColl(name, K, V)                                                     \
   changed |= ::Platform::mergeColl(                                                            \
       #name, name(), src.name(), [this](const K& k, const V& v) { name##Is(k, v); },            \

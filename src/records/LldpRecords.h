@@ -149,8 +149,8 @@ class LocalPort : public Platform::Entity {
   X(Attr, linkAggregationInfo, LinkAggregationInfo, {})                       \
   X(Attr, maximumFrameSizeInfo, MaximumFrameSizeInfo, {})                     \
   X(Attr, medCapabilities, MedCapabilitiesInfo, {})                           \
-  X(Coll, localNetworkPolicyTlv, uint8_t, NetworkPolicyTlv)                   \
-  X(Coll, unknownOrgDefTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv)          \
+  X(SmallColl, localNetworkPolicyTlv, uint8_t, NetworkPolicyTlv)              \
+  X(SmallColl, unknownOrgDefTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv)     \
   X(Attr, localPortPoeInfo, ::Platform::Ptr<::Lldp::LocalPortPoeInfo>, {})
   PLATFORM_RECORD(LocalPort, LLDP_LOCAL_PORT_ATTRS)
  public:
@@ -193,7 +193,7 @@ class RemoteSystem : public Platform::Entity {
   X(Attr, sysDesc, BoundedString255, {})                                            \
   X(Attr, sysCapSupported, SystemCapabilitiesMap, {})                               \
   X(Attr, sysCapEnabled, SystemCapabilitiesMap, {})                                 \
-  X(Coll, managementAddress, ManagementAddress::Key, ManagementAddress)             \
+  X(SmallColl, managementAddress, ManagementAddress::Key, ManagementAddress)        \
   X(RareColl, unknownTlv, uint32_t, UnknownTlv)                                         \
   X(RareColl, unknownOrgDefTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv)                \
   X(Rare, portVlanId, Bridging::VlanIdOrNone, {})                                   \

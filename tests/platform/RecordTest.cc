@@ -1,7 +1,10 @@
 // Generated record accessors: change-only notification, counters, collections, reflection.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <set>
+#include <string_view>
 
 #include "TestRecords.h"
 #include "platform/Json.h"
@@ -198,34 +201,106 @@ TEST(RareRecordTest, ReflectionSeesRareValuesInDeclarationOrder) {
   EXPECT_EQ(Platform::recordToJson(*s)["note"], nlohmann::ordered_json::parse(R"([{"key":4,"value":"d"}])"));
 }
 
-TEST(CollectionTest, AWalkBegunWhileEmptyEndsWhenMembersArrive) {
-  Platform::OrderedColl<int, int> ordered;
-  Platform::HashedColl<int, int> hashed;
+// The same walks over every storage: a node map, a sorted array (whose members move on every
+// insert and erase) and a hash table (which rehashes as it grows).
+template <class C>
+struct CollectionTest : ::testing::Test {};
+using Storages = ::testing::Types<Platform::OrderedColl<int, std::string>, Platform::SmallColl<int, std::string>,
+                                  Platform::HashedColl<int, std::string>>;
+TYPED_TEST_SUITE(CollectionTest, Storages);
+
+TYPED_TEST(CollectionTest, AWalkBegunWhileEmptyEndsWhenMembersArrive) {
+  TypeParam c;
+  auto walk = c.begin();
+  c.set(1, "a");
+  EXPECT_TRUE(walk == c.end());
   int visited = 0;
-  for (auto it = ordered.begin(); it != ordered.end(); ++it) ++visited;
-  auto o = ordered.begin();
-  auto h = hashed.begin();
-  ordered.set(1, 1);
-  hashed.set(1, 1);
-  EXPECT_TRUE(o == ordered.end());
-  EXPECT_TRUE(h == hashed.end());
-  // A walk begun afterwards sees the member and survives its removal.
-  for (auto it = ordered.begin(); it != ordered.end(); ++it) {
+  for (auto it = c.begin(); it != c.end(); ++it) {
     ++visited;
-    ordered.erase(it.key());
+    c.erase(it.key());
   }
   EXPECT_EQ(visited, 1);
+  EXPECT_TRUE(c.empty());
 }
 
-TEST(CollectionTest, ClearRecyclingReusesNodes) {
-  Platform::OrderedColl<int, std::string> c;
+// In key order, a walk visits every member it has not passed exactly once, whatever moves.
+template <class C>
+struct OrderedCollectionTest : ::testing::Test {};
+using OrderedStorages = ::testing::Types<Platform::OrderedColl<int, std::string>, Platform::SmallColl<int, std::string>>;
+TYPED_TEST_SUITE(OrderedCollectionTest, OrderedStorages);
+
+TYPED_TEST(OrderedCollectionTest, AWalkSurvivesInsertsAndErasesAroundIt) {
+  TypeParam c;
+  for (int k = 10; k <= 100; k += 10) c.set(k, std::string(30, char('a' + k / 10)));
+  std::set<int> seen;
+  int added = 0;
+  for (auto it = c.begin(); it != c.end(); ++it) {
+    const int key = it.key();
+    EXPECT_TRUE(seen.insert(key).second) << "visited twice: " << key;
+    if (key <= 100) {
+      EXPECT_EQ(it.value(), std::string(30, char('a' + key / 10))) << key;
+    }
+    if (key % 20 == 0) c.erase(key);             // the member the walk stands on
+    if (key == 50) c.erase(70);                  // one the walk has not reached
+    if (key % 10 == 0 && added < 40) {           // members before and after it; arrays move, tables rehash
+      for (int n = 0; n < 10; ++n, ++added) c.set(1000 + added, "new");
+      for (int n = 1; n < 4; ++n) c.set(key - n, "new");
+    }
+    if (key == 90) {
+      EXPECT_EQ(c.take(100), std::string(30, 'k'));
+    }
+  }
+  for (int k = 10; k <= 90; k += 10) {
+    if (k != 70) {
+      EXPECT_TRUE(seen.count(k)) << "not visited: " << k;
+    }
+  }
+  EXPECT_FALSE(seen.count(70));
+  EXPECT_FALSE(c.contains(20));
+  EXPECT_TRUE(c.contains(30));
+  EXPECT_FALSE(c.contains(100));
+}
+
+TYPED_TEST(CollectionTest, EraseAllEndsAWalkAndReportsEachKey) {
+  TypeParam c;
+  for (int k = 1; k <= 5; ++k) c.set(k, "x");
+  int visited = 0;
+  std::vector<int> erased;
+  for (auto it = c.begin(); it != c.end(); ++it) {
+    ++visited;
+    c.eraseAll([&](int k) { erased.push_back(k); });
+  }
+  EXPECT_EQ(visited, 1);
+  std::sort(erased.begin(), erased.end());
+  EXPECT_EQ(erased, (std::vector<int>{1, 2, 3, 4, 5}));
+}
+
+TYPED_TEST(CollectionTest, ClearRecyclingKeepsNothingVisible) {
+  TypeParam c;
   c.set(1, std::string(40, 'a'));
   c.set(2, std::string(40, 'b'));
+  auto walk = c.begin();
   c.clearRecycling();
+  EXPECT_TRUE(walk == c.end());
   EXPECT_TRUE(c.empty());
+  EXPECT_FALSE(c.contains(1));
   c.set(2, std::string(40, 'c'));
   EXPECT_EQ(*c.find(2), std::string(40, 'c'));
   EXPECT_EQ(c.size(), 1u);
+}
+
+TEST(SmallCollectionTest, KeepsKeyOrderAndLooksUpByEquivalentKey) {
+  Platform::SmallColl<std::string, int> c;
+  for (const char* k : {"m", "c", "x", "a", "c"}) c.set(k, static_cast<int>(k[0]));
+  std::string order;
+  for (const auto& [key, value] : c) order += key;
+  EXPECT_EQ(order, "acmx");
+  EXPECT_EQ(*c.find(std::string_view("x")), 'x');
+  EXPECT_EQ(c.find(std::string_view("b")), nullptr);
+  using R = Platform::SmallColl<std::string, int>::SetResult;
+  EXPECT_EQ(c.set("m", 'm'), R::unchanged);
+  EXPECT_EQ(c.set("m", 1), R::replaced);
+  EXPECT_EQ(c.set("b", 1), R::inserted);
 }
 
 }  // namespace
