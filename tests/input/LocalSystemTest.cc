@@ -182,39 +182,5 @@ TEST_F(LocalSystemTest, NameDerivedPrioritiesFormDisjointBands) {
   Platform::assertHandlerIs(previous);
 }
 
-TEST_F(LocalSystemTest, TransmitOptionMovesTheNamedInterfaceAddressToTheHead) {
-  start();
-  auto priorityOf = [](const char* name) {
-    Lldp::ManAddrPriority p;
-    Input::intfNameToVlanIdAndManAddrPriority(name, nullptr, &p);
-    return p;
-  };
-  const Lldp::ManagementAddress::Key a = ipv4Key(10), b = ipv4Key(20);
-  localSystem->managementAddressPrioIs(priorityOf("Vlan10"), a);
-  localSystem->managementAddressPrioIs(priorityOf("Vlan20"), b);
-  const Lldp::ManAddrPriority reserved = Input::reservedSourceIntfPriority();
-
-  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::all, {}});
-  EXPECT_EQ(config->maxTxMgmtAddrs(), 4294967295u);
-
-  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::intfName, "Vlan20"});
-  EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
-  EXPECT_EQ(localSystem->managementAddressPrio().begin().key(), reserved);
-  EXPECT_EQ(localSystem->managementAddressPrio(reserved), b);
-  EXPECT_FALSE(localSystem->managementAddressPrioHas(priorityOf("Vlan20")));
-  EXPECT_EQ(inputRoot->sourceIntfNamePriority(), priorityOf("Vlan20"));
-
-  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{Lldp::MgmtAddrTxMode::intfName, "Vlan10"});
-  EXPECT_EQ(localSystem->managementAddressPrio(reserved), a);
-  EXPECT_EQ(localSystem->managementAddressPrio(priorityOf("Vlan20")), b);
-
-  cliConfig->mgmtAddrTxOptionIs(Lldp::MgmtAddrTxOption{});
-  EXPECT_FALSE(localSystem->managementAddressPrioHas(reserved));
-  EXPECT_EQ(localSystem->managementAddressPrio(priorityOf("Vlan10")), a);
-  EXPECT_EQ(inputRoot->sourceIntfNamePriority(), Lldp::ManAddrPriority{});
-  // The fallback address stays last throughout.
-  EXPECT_EQ(localSystem->managementAddressPrio().size(), 3u);
-}
-
 }  // namespace
 }  // namespace InputTest
