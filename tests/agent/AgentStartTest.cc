@@ -165,10 +165,15 @@ TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPat
   dot1x->lldpBypassIs(false);
   EXPECT_FALSE(engine("Ethernet2"));
 
-  // An external TLV client adds its directory entry from outside.
-  auto client = db.dirEntryIs("l2discovery/lldp/externalTlvs", "client1", "ExternalTlvConfig", error);
+  // An external TLV client adds its directory entry from outside, and its TLV goes out.
+  auto client = Platform::ptrCast<Lldp::ExternalTlvConfig>(
+      db.dirEntryIs("l2discovery/lldp/externalTlvs", "client1", "ExternalTlvConfig", error));
   ASSERT_TRUE(client) << error;
-  EXPECT_TRUE(db.lookup<Lldp::ExternalTlvConfig>("l2discovery/lldp/externalTlvs/client1"));
+  const Lldp::UnknownOrgDefTlv tlv{Lldp::UnknownOrgDefTlv::Key(Lldp::Oui(0x001c73), 9, 1), Lldp::BoundedString507("x")};
+  client->portConfigIs("Ethernet1")->unknownOrgDefTlvIs(tlv.key, tlv);
+  scheduler.runFor(3);
+  ASSERT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9).size(), 1u);
+  EXPECT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9)[0].orgInfo(), std::vector<uint8_t>{'x'});
 }
 
 }  // namespace
