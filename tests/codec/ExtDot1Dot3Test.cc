@@ -182,17 +182,5 @@ TEST_F(ExtTest, Dot3PowerIsAdvertisedWhileThePortOffersPower) {
   EXPECT_EQ(PoeUtils::deciWattsToWatts(125).value, 12.5);
 }
 
-TEST_F(ExtTest, RoundTripOfEveryTransmittedFamily) {
-  fillLocal();
-  portConfig->dot3EnabledTlvsIs(PortConfig::Dot3EnabledTlvs{0x0c});
-  localPort->linkAggregationInfoIs(LinkAggregationInfo{3, 1000001});
-  auto rs2 = receive(build());
-  ASSERT_TRUE(rs2);
-  EXPECT_EQ(rs2->portVlanId().value(), 10);
-  EXPECT_EQ(rs2->linkAggregationInfo(), (LinkAggregationInfo{3, 1000001}));
-  EXPECT_EQ(rs2->maximumFrameSizeInfo().value, 9236);
-  EXPECT_EQ(portStatus->rxTLVsUnrecognizedTotal(), 0u);
-}
-
 }  // namespace
 }  // namespace CodecTest

@@ -102,27 +102,5 @@ TEST_F(TlvFramingTest, ExtractTlvStopsAtTheHeaderOrTheInformation) {
   EXPECT_EQ(len, 4);
 }
 
-TEST_F(TlvFramingTest, ExtractMandatoryTlvChecksTypeAndLengthBounds) {
-  auto check = [](const std::vector<uint8_t>& bytes, int type, int max) {
-    const uint8_t* cursor = bytes.data();
-    int len = 0;
-    const uint8_t* info = nullptr;
-    return extractMandatoryTlv(cursor, bytes.data() + bytes.size(), type, max, len, info);
-  };
-  EXPECT_FALSE(check(hex("06 01 00"), 3, 2147483647));  // TTL of one byte
-  EXPECT_TRUE(check(hex("06 03 00 78 00"), 3, 2147483647));
-  std::vector<uint8_t> chassis257 = hex("03 01");  // type 1, length 257
-  chassis257.resize(2 + 257, 7);
-  EXPECT_FALSE(check(chassis257, 1, 256));
-  EXPECT_TRUE(traced("Error: size of TLV out of range (infoLen=257)"));
-  std::vector<uint8_t> chassis256 = hex("03 00");
-  chassis256.resize(2 + 256, 7);
-  EXPECT_TRUE(check(chassis256, 1, 256));
-  EXPECT_FALSE(check(hex("04 02 05 41"), 1, 256));
-  EXPECT_TRUE(traced("Error: TLV was not of the expected type (type=2)"));
-  EXPECT_FALSE(check(hex("02"), 1, 256));
-  EXPECT_TRUE(traced("Error: frame ended during mandatory TLV"));
-}
-
 }  // namespace
 }  // namespace CodecTest
