@@ -145,12 +145,8 @@ TEST_F(ExtTest, Dot3TransmitFitsWhatItCan) {
 
   ThrowingAsserts asserts;
   portConfig->dot3EnabledTlvsIs(PortConfig::Dot3EnabledTlvs{0x01});
-  try {
-    addExtDot3Tlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo(), *portStatus);
-    FAIL();
-  } catch (const Platform::AssertionFailure& f) {
-    EXPECT_STREQ(f.text, "!portConfig->dot3EnabledTlvs().macPhyConfigStatus()");
-  }
+  EXPECT_THAT([&] { addExtDot3Tlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo(), *portStatus); },
+              failsAssertion("!portConfig->dot3EnabledTlvs().macPhyConfigStatus()"));
 }
 
 TEST_F(ExtTest, Dot3PowerIsAdvertisedWhileThePortOffersPower) {

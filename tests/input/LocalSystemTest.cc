@@ -1,5 +1,7 @@
 // The global configuration and the local-system record: chassis id, names, capabilities,
 // timers, TLV selection and the management-address priorities.
+#include <gmock/gmock.h>
+
 #include <stdexcept>
 
 #include "InputFixture.h"
@@ -158,12 +160,8 @@ TEST_F(LocalSystemTest, NameDerivedPrioritiesFormDisjointBands) {
   EXPECT_EQ(vlan.value(), 0);  // not a VLAN interface
   EXPECT_EQ(primary("Tunnel3"), 0u);
 
-  try {
-    primary("Vlan5000");
-    ADD_FAILURE() << "no range error";
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "VlanIdOrNone::value > 4094 not allowed");
-  }
+  EXPECT_THAT([&] { primary("Vlan5000"); },
+              ::testing::ThrowsMessage<std::range_error>("VlanIdOrNone::value > 4094 not allowed"));
   const auto previous = Platform::assertHandlerIs(Platform::throwingAssertHandler);
   auto assertion = [](const char* name) -> std::string {
     try {

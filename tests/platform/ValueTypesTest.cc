@@ -1,5 +1,5 @@
 // Bounded values, interface names and MAC addresses.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "platform/Bounded.h"
 #include "platform/EthAddr.h"
@@ -13,22 +13,13 @@ using Kind = IntfId::Kind;
 TEST(BoundedTest, RefusesOversizedValuesWithTheTypeAndBound) {
   using B = Platform::BoundedBytes<"BoundedString507", 507>;
   EXPECT_NO_THROW(B(std::string(507, 'x')));
-  try {
-    B(std::string(508, 'x'));
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "BoundedString507::value::bytes > 507 not allowed");
-  }
+  EXPECT_THAT([] { B(std::string(508, 'x')); },
+              ::testing::ThrowsMessage<std::range_error>("BoundedString507::value::bytes > 507 not allowed"));
   EXPECT_EQ(B::clipped(std::string(600, 'y')).size(), 507u);
 
   using V = Platform::BoundedInt<"VlanIdOrNone", uint16_t, 0, 4094>;
   EXPECT_EQ(V(4094).value(), 4094);
-  try {
-    V(4095);
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "VlanIdOrNone::value > 4094 not allowed");
-  }
+  EXPECT_THAT([] { V(4095); }, ::testing::ThrowsMessage<std::range_error>("VlanIdOrNone::value > 4094 not allowed"));
 }
 
 TEST(BoundedTest, CompactBytesSharesCopiesAndReusesItsBlock) {
