@@ -43,6 +43,8 @@ struct RateLimitLogTest : EngineFixture {
   }
 };
 
+// The engine limits the message per interface: a second port is not held back by the first.
+// (Holding back and counting are the log handle's own, tested with it.)
 TEST_F(RateLimitLogTest, TwoPortsLimitedInOneMinuteAreBothLogged) {
   scheduler.runUntil(10.1);
   flood("Ethernet11", 4);
@@ -52,20 +54,6 @@ TEST_F(RateLimitLogTest, TwoPortsLimitedInOneMinuteAreBothLogged) {
   EXPECT_EQ(rateLimitLines()[0].arguments.at(0), "Ethernet11");
   EXPECT_EQ(rateLimitLines()[1].text,
             "Exceeded Rx LLDPDU rate limit on Ethernet12 (more than 2 LLDPDUs in 1.000000 seconds)");
-
-  // The same port again within its minute is held back, then counted on its next line.
-  for (int window = 0; window < 3; ++window) {
-    scheduler.runFor(1);
-    flood("Ethernet11", 4);
-  }
-  scheduler.runFor(0.5);
-  EXPECT_EQ(rateLimitLines().size(), 2u);
-  scheduler.runFor(60);
-  flood("Ethernet11", 4);
-  scheduler.runFor(0.5);
-  ASSERT_EQ(rateLimitLines().size(), 3u);
-  EXPECT_EQ(rateLimitLines()[2].arguments.at(0), "Ethernet11");
-  EXPECT_EQ(rateLimitLines()[2].heldBack, 3u);
 }
 
 // Texts are checked where the messages are emitted; what decides how they are logged is here.
