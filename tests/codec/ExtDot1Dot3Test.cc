@@ -82,11 +82,7 @@ TEST_F(ExtTest, Dot1TransmitsOnlyThePortVlanId) {
   localPort->portVlanIdIs(Bridging::VlanIdOrNone(300));
   EXPECT_TRUE(addExtDot1Tlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo()));
   EXPECT_EQ(toHex(buf, cursor), "fe 06 00 80 c2 01 01 2c");
-  portConfig->portVlanTxEnableIs(false);
   cursor = buf;
-  EXPECT_TRUE(addExtDot1Tlvs(cursor, buf + sizeof buf, *localPort, *portConfig, orgDefInfo()));
-  EXPECT_EQ(cursor, buf);
-  portConfig->portVlanTxEnableIs(true);
   EXPECT_FALSE(addExtDot1Tlvs(cursor, buf + 7, *localPort, *portConfig, orgDefInfo()));
   EXPECT_TRUE(traced("Not enough space to add Port VLAN ID"));
 }
