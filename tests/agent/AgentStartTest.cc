@@ -1,5 +1,6 @@
 // The agent from its factory: mounts, the order of start-up, what the first LLDPDUs say, the
-// standby path, stale port statuses, outside writes through the state database, shutdown.
+// standby path, stale port statuses, outside writes through the state database (a clear request
+// across a restart, the 802.1X bypass), shutdown.
 #include "AgentFixture.h"
 #include "input/LldpInputSm.h"
 
@@ -116,9 +117,12 @@ TEST_F(AgentStartTest, PortStatusesOfAnEarlierRunGoUnlessTheirPortIsStillThere) 
 
 TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPath) {
   addPort("Ethernet1", 1);
+  addPort("Ethernet2", 2);
+  phyDir->intfStatus("Ethernet2")->forwardingModelIs(Interface::ForwardingModel::dataLink);
   startAgent();
-  scheduler.runFor(3);
+  scheduler.runFor(5);
   ASSERT_TRUE(engine("Ethernet1"));
+  EXPECT_FALSE(engine("Ethernet2"));
 
   EXPECT_TRUE(db.lookup<Lldp::PortStatus>("l2discovery/lldp/status/local/1/portStatus/Ethernet1"));
   EXPECT_TRUE(db.lookup<Lldp::PortConfig>("l2discovery/lldp/config/portConfig/Ethernet1"));
@@ -129,7 +133,20 @@ TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPat
   ASSERT_TRUE(db.list("l2discovery/lldp/status/all/portStatus", listing));
   EXPECT_EQ(listing.size(), 1u);
 
+  // A clear request is carried out once, also by a restarted agent.
   std::string error;
+  auto request = Platform::ptrCast<Lldp::RemTablesCliConfig>(
+      db.writableEntity("l2discovery/lldp/remTablesCliConfig", error));
+  ASSERT_TRUE(request) << error;
+  ASSERT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 1u);
+  request->remTablesClearRequestIs(Lldp::RemTablesClearRequest{scheduler.now(), "admin", "console"});
+  EXPECT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 0u);
+  stopAgent();
+  startAgent();
+  scheduler.runFor(35);
+  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u) << "the restarted agent remembers the request";
+  EXPECT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 1u);
+
   EXPECT_FALSE(db.writableEntity("l2discovery/lldp/config", error)) << "the agent's own output";
   auto cli = Platform::ptrCast<Lldp::CliConfig>(db.writableEntity("l2discovery/lldp/cliConfig", error));
   ASSERT_TRUE(cli) << error;
@@ -140,12 +157,23 @@ TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPat
   cli->enabledIs(true);
   EXPECT_TRUE(engine("Ethernet1"));
 
-  // An external TLV client adds its directory entry from outside.
-  auto client = db.dirEntryIs("l2discovery/lldp/externalTlvs", "client1", "ExternalTlvConfig", error);
+  // The 802.1X bypass admits data-link ports while it is on.
+  auto dot1x = Platform::ptrCast<Identity::Dot1x::Status>(db.writableEntity("identity/dot1x/status", error));
+  ASSERT_TRUE(dot1x) << error;
+  dot1x->lldpBypassIs(true);
+  EXPECT_TRUE(engine("Ethernet2"));
+  dot1x->lldpBypassIs(false);
+  EXPECT_FALSE(engine("Ethernet2"));
+
+  // An external TLV client adds its directory entry from outside, and its TLV goes out.
+  auto client = Platform::ptrCast<Lldp::ExternalTlvConfig>(
+      db.dirEntryIs("l2discovery/lldp/externalTlvs", "client1", "ExternalTlvConfig", error));
   ASSERT_TRUE(client) << error;
-  EXPECT_TRUE(db.lookup<Lldp::ExternalTlvConfig>("l2discovery/lldp/externalTlvs/client1"));
-  EXPECT_TRUE(db.writableEntity("identity/dot1x/status", error));
-  EXPECT_TRUE(db.writableEntity("l2discovery/lldp/remTablesCliConfig", error));
+  const Lldp::UnknownOrgDefTlv tlv{Lldp::UnknownOrgDefTlv::Key(Lldp::Oui(0x001c73), 9, 1), Lldp::BoundedString507("x")};
+  client->portConfigIs("Ethernet1")->unknownOrgDefTlvIs(tlv.key, tlv);
+  scheduler.runFor(3);
+  ASSERT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9).size(), 1u);
+  EXPECT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9)[0].orgInfo(), std::vector<uint8_t>{'x'});
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Packet access is offered the interfaces of the agent's network namespace only, with the
 // device name, index and address the interface and kernel records give.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <stdexcept>
 
@@ -44,12 +44,8 @@ TEST_F(IntfStatusManagerTest, OnlyTheAgentsNamespaceIsOfferedWithKernelDataFilli
 
 TEST_F(IntfStatusManagerTest, ANamespaceNameAbove150BytesIsRefused) {
   EXPECT_NO_THROW(start(std::string(150, 'n')));
-  try {
-    start(std::string(151, 'n'));
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "NamespaceName::bytes > 150 not allowed");
-  }
+  EXPECT_THAT([this] { start(std::string(151, 'n')); },
+              ::testing::ThrowsMessage<std::range_error>("NamespaceName::bytes > 150 not allowed"));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Shared set-up for codec tests: annotated hexadecimal, records of one port, trace capture.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
@@ -56,5 +56,11 @@ struct ThrowingAsserts {
   Platform::AssertHandler previous = Platform::assertHandlerIs(Platform::throwingAssertHandler);
   ~ThrowingAsserts() { Platform::assertHandlerIs(previous); }
 };
+
+// Matches an action that fails the assertion whose condition reads `text`.
+inline auto failsAssertion(const char* text) {
+  return ::testing::Throws<Platform::AssertionFailure>(::testing::Field(&Platform::AssertionFailure::text,
+                                                                        ::testing::StrEq(text)));
+}
 
 }  // namespace CodecTest

@@ -8,7 +8,7 @@ using namespace Lldp;
 
 struct TlvFramingTest : PortFixture {};
 
-TEST_F(TlvFramingTest, PutTlvFitsExactlyOrWritesNothing) {
+TEST_F(TlvFramingTest, PutTlvFitsExactlyOrWritesNothingAndRefusesLengthsBeyondNineBits) {
   uint8_t buf[5] = {0xee, 0xee, 0xee, 0xee, 0xee};
   const uint8_t info[3] = {1, 2, 3};
   uint8_t* cursor = buf;
@@ -25,18 +25,12 @@ TEST_F(TlvFramingTest, PutTlvFitsExactlyOrWritesNothing) {
   cursor = buf;
   EXPECT_TRUE(putTlv(cursor, buf + 2, 0, 0, nullptr));  // End of LLDPDU
   EXPECT_EQ(toHex(buf, buf + 2), "00 00");
-}
 
-TEST_F(TlvFramingTest, PutTlvRefusesLengthsBeyondNineBits) {
-  ThrowingAsserts asserts;
-  std::vector<uint8_t> buf(600), info(512);
-  uint8_t* cursor = buf.data();
-  try {
-    putTlv(cursor, buf.data() + buf.size(), 127, 512, info.data());
-    FAIL();
-  } catch (const Platform::AssertionFailure& f) {
-    EXPECT_STREQ(f.text, "!( infoLen & ~0x1ff )");
-  }
+  ThrowingAsserts asserts;  // a length beyond nine bits is our own fault
+  std::vector<uint8_t> big(600), bigInfo(512);
+  cursor = big.data();
+  EXPECT_THAT([&] { putTlv(cursor, big.data() + big.size(), 127, 512, bigInfo.data()); },
+              failsAssertion("!( infoLen & ~0x1ff )"));
 }
 
 TEST_F(TlvFramingTest, PutOrgDefTlvWritesOuiAndSubtypeInPlace) {
@@ -100,28 +94,6 @@ TEST_F(TlvFramingTest, ExtractTlvStopsAtTheHeaderOrTheInformation) {
   EXPECT_TRUE(extractTlv(cursor, ok.data() + ok.size(), type, len, info));
   EXPECT_EQ(type, 127);
   EXPECT_EQ(len, 4);
-}
-
-TEST_F(TlvFramingTest, ExtractMandatoryTlvChecksTypeAndLengthBounds) {
-  auto check = [](const std::vector<uint8_t>& bytes, int type, int max) {
-    const uint8_t* cursor = bytes.data();
-    int len = 0;
-    const uint8_t* info = nullptr;
-    return extractMandatoryTlv(cursor, bytes.data() + bytes.size(), type, max, len, info);
-  };
-  EXPECT_FALSE(check(hex("06 01 00"), 3, 2147483647));  // TTL of one byte
-  EXPECT_TRUE(check(hex("06 03 00 78 00"), 3, 2147483647));
-  std::vector<uint8_t> chassis257 = hex("03 01");  // type 1, length 257
-  chassis257.resize(2 + 257, 7);
-  EXPECT_FALSE(check(chassis257, 1, 256));
-  EXPECT_TRUE(traced("Error: size of TLV out of range (infoLen=257)"));
-  std::vector<uint8_t> chassis256 = hex("03 00");
-  chassis256.resize(2 + 256, 7);
-  EXPECT_TRUE(check(chassis256, 1, 256));
-  EXPECT_FALSE(check(hex("04 02 05 41"), 1, 256));
-  EXPECT_TRUE(traced("Error: TLV was not of the expected type (type=2)"));
-  EXPECT_FALSE(check(hex("02"), 1, 256));
-  EXPECT_TRUE(traced("Error: frame ended during mandatory TLV"));
 }
 
 }  // namespace

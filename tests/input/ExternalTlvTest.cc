@@ -3,37 +3,36 @@
 #include <string>
 #include <vector>
 
-#include "LocalInfoFixture.h"
+#include "InputFixture.h"
 #include "input/ExternalTlv.h"
 
-namespace Lldp::Agent::Input {
+namespace InputTest {
 namespace {
 
+using Lldp::ExternalTlvConfig;
 using Tlvs = std::vector<std::string>;
 
-struct ExternalTlvTest : LocalInfoFixture {
+struct ExternalTlvTest : InputFixture {
   ExternalTlvTest() {
-    localSystem->localPortIs("Ethernet1");
-    localSystem->localPortIs("Ethernet2");
     start();
+    addPhy("Ethernet1");
+    addPhy("Ethernet2");
   }
 
-  static UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& value) {
-    return UnknownOrgDefTlv{UnknownOrgDefTlv::Key(Oui(0x001c73), subtype, 1), BoundedString507(value)};
-  }
   ExternalTlvConfig::Ptr client(const std::string& name) {
     auto record = Platform::make<ExternalTlvConfig>(name);
     externalTlvs->entryIs(name, record);
     return record;
   }
   static void put(const ExternalTlvConfig::Ptr& record, const char* intf, uint8_t subtype, const std::string& value) {
-    const UnknownOrgDefTlv t = tlv(subtype, value);
+    const Lldp::UnknownOrgDefTlv t{Lldp::UnknownOrgDefTlv::Key(Lldp::Oui(0x001c73), subtype, 1),
+                                   Lldp::BoundedString507(value)};
     record->portConfigIs(intf)->unknownOrgDefTlvIs(t.key, t);
   }
   // The port's TLVs as "subtype=value", in key order.
   Tlvs onPort(const char* intf) const {
     Tlvs out;
-    const LocalPort::Ptr lp = localSystem->localPort(intf);
+    const Lldp::LocalPort::Ptr lp = localPort(intf);
     for (auto it = lp->unknownOrgDefTlv().begin(); it != lp->unknownOrgDefTlv().end(); ++it) {
       out.push_back(std::to_string(it.key().subtype()) + "=" + it.value().value.str());
     }
@@ -65,7 +64,7 @@ TEST_F(ExternalTlvTest, TwoClientsMergeByKeyAndTheLastWriterWins) {
 
   a->portConfigDel("Ethernet1");
   EXPECT_TRUE(onPort("Ethernet1").empty());
-  ExternalTlvConfigSm* sm = root->inputSm()->externalTlvConfigSm("clientA");
+  Input::ExternalTlvConfigSm* sm = inputSm()->externalTlvConfigSm("clientA");
   ASSERT_TRUE(sm);
   EXPECT_FALSE(sm->tlvsByPort("Ethernet1"));
   EXPECT_TRUE(sm->tlvsByPort("Ethernet2"));
@@ -75,16 +74,17 @@ TEST_F(ExternalTlvTest, TlvsForAPortThatAppearsLaterAreAppliedWhenItIsCreated) {
   ExternalTlvConfig::Ptr a = client("clientA");
   put(a, "Ethernet5", 4, "later");
   put(a, "Ethernet5", 5, "too");
-  EXPECT_FALSE(localSystem->localPort("Ethernet5"));
+  EXPECT_FALSE(localPort("Ethernet5"));
 
-  localSystem->localPortIs("Ethernet5");  // as interface tracking creates a port
-  root->inputSm()->doSyncExternalTlvs("Ethernet5");
+  auto phy = addPhy("Ethernet5");
+  ASSERT_TRUE(localPort("Ethernet5"));
   EXPECT_EQ(onPort("Ethernet5"), (Tlvs{"4=later", "5=too"}));
 
   // The port goes and comes back: a new LocalPort gets them again.
-  localSystem->localPortDel("Ethernet5");
-  localSystem->localPortIs("Ethernet5");
-  root->inputSm()->doSyncExternalTlvs("Ethernet5");
+  phy->forwardingModelIs(ForwardingModel::discarded);
+  EXPECT_FALSE(localPort("Ethernet5"));
+  phy->forwardingModelIs(ForwardingModel::bridged);
+  ASSERT_TRUE(localPort("Ethernet5"));
   EXPECT_EQ(onPort("Ethernet5"), (Tlvs{"4=later", "5=too"}));
 }
 
@@ -94,9 +94,8 @@ TEST_F(ExternalTlvTest, ARecordReplacedUnderItsNameIsNotReusedButTakenAnew) {
   put(first, "Ethernet1", 2, "gone");
   ExternalTlvConfig::Ptr second = client("clientA");
   put(second, "Ethernet1", 1, "new");
-  EXPECT_LT(tracedAt("Reinstantiating the pointer interface where constructor parameter attribute "
-                     "_externalTlvConfig has a different value of "),
-            traces.size());
+  EXPECT_TRUE(traced("Reinstantiating the pointer interface where constructor parameter attribute "
+                     "_externalTlvConfig has a different value of "));
   EXPECT_EQ(onPort("Ethernet1"), Tlvs{"1=new"});
   put(first, "Ethernet1", 3, "ignored");  // the old record is no longer watched
   EXPECT_EQ(onPort("Ethernet1"), Tlvs{"1=new"});
@@ -106,4 +105,4 @@ TEST_F(ExternalTlvTest, ARecordReplacedUnderItsNameIsNotReusedButTakenAnew) {
 }
 
 }  // namespace
-}  // namespace Lldp::Agent::Input
+}  // namespace InputTest

@@ -110,11 +110,11 @@ void InputFixture::fromNeighbour(const std::string& intf, uint8_t chassis) {
   scheduler.runPending();
 }
 
-bool InputFixture::traced(const std::string& text) const {
-  for (const std::string& line : traces) {
-    if (line.find(text) != std::string::npos) return true;
+size_t InputFixture::tracedAt(const std::string& text) const {
+  for (size_t i = 0; i < traces.size(); ++i) {
+    if (traces[i].find(text) != std::string::npos) return i;
   }
-  return false;
+  return traces.size();
 }
 
 }  // namespace InputTest

@@ -69,7 +69,9 @@ struct InputFixture : ::testing::Test {
   size_t sentCount(const std::string& intf) const { return wire.sentBy("dut:" + intf).size(); }
   // An LLDPDU from a neighbour with the given chassis byte, arriving on the port.
   void fromNeighbour(const std::string& intf, uint8_t chassis);
-  bool traced(const std::string& text) const;
+  // The index of the first trace line containing text (traces.size() when none does).
+  size_t tracedAt(const std::string& text) const;
+  bool traced(const std::string& text) const { return tracedAt(text) < traces.size(); }
 
  private:
   std::vector<std::string> devices_;

@@ -3,15 +3,17 @@
 #include <string>
 #include <vector>
 
-#include "LocalInfoFixture.h"
+#include "InputFixture.h"
 #include "input/MgmtAddr.h"
 
 namespace Lldp::Agent::Input {
 namespace {
 
+using InputTest::InputFixture;
+
 using Strings = std::vector<std::string>;
 
-struct MgmtAddrTest : LocalInfoFixture {
+struct MgmtAddrTest : InputFixture {
   const std::string bridgeMac = "00:1c:73:00:00:99";
 
   MgmtAddrTest() { bridgingConfig->bridgeMacAddrIs(*Konet::EthAddr::parse(bridgeMac)); }
@@ -95,17 +97,17 @@ TEST_F(MgmtAddrTest, ASharedAddressIsAdvertisedOnceAndTakenOverWhenItsInterfaceL
   EXPECT_EQ(ifIdOf("10.0.0.5"), 130);  // the first to come keeps it
   EXPECT_TRUE(traced("IpIntfStatusSm::Skipping"));
   const auto key = ipv4ManagementAddressKey(*Arnet::IpAddr::parse("10.0.0.5"));
-  ASSERT_TRUE(root->skippedAddr(key));
-  EXPECT_EQ(root->skippedAddr(key)->intfs(), 2u);
+  ASSERT_TRUE(inputRoot->skippedAddr(key));
+  EXPECT_EQ(inputRoot->skippedAddr(key)->intfs(), 2u);
 
   address("Vlan30", "10.0.0.6");  // the smallest interface id takes over
   EXPECT_EQ(prio(), (Strings{"10.0.0.5", "10.0.0.6"}));
   EXPECT_EQ(ifIdOf("10.0.0.5"), 110);
-  EXPECT_EQ(root->skippedAddr(key)->intfs(), 1u);
+  EXPECT_EQ(inputRoot->skippedAddr(key)->intfs(), 1u);
 
   ipStatus->ipIntfStatusDel("Vlan10");  // the interface itself goes
   EXPECT_EQ(ifIdOf("10.0.0.5"), 120);
-  EXPECT_FALSE(root->skippedAddr(key));
+  EXPECT_FALSE(inputRoot->skippedAddr(key));
 
   address("Vlan20", "");
   address("Vlan30", "");
@@ -156,18 +158,31 @@ TEST_F(MgmtAddrTest, OnlyAddressesInTheManagementVrfAreAdvertised) {
   EXPECT_EQ(prio(), Strings{"10.0.0.1"});
 }
 
-TEST_F(MgmtAddrTest, TheNamedInterfacesAddressIsFiledFirst) {
+// The transmit option's interface takes the reserved head of the table and sends its address
+// alone; naming another interface, or none, gives it its own priority back.
+TEST_F(MgmtAddrTest, TheNamedInterfacesAddressIsFiledFirstAndSentAlone) {
   start();
   intf("Loopback0", 500, "1.1.1.1");
+  intf("Vlan10", 110, "10.0.0.1");
   cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan20"});
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
   intf("Vlan20", 120, "10.0.0.2");  // added after the option names it
-  EXPECT_EQ(prio(), (Strings{"10.0.0.2", "1.1.1.1"}));
+  EXPECT_EQ(prio(), (Strings{"10.0.0.2", "1.1.1.1", "10.0.0.1"}));
   EXPECT_TRUE(localSystem->managementAddressPrioHas(reservedSourceIntfPriority()));
 
   address("Vlan20", "10.0.0.3");
-  EXPECT_EQ(prio(), (Strings{"10.0.0.3", "1.1.1.1"}));
+  EXPECT_EQ(prio(), (Strings{"10.0.0.3", "1.1.1.1", "10.0.0.1"}));
   address("Vlan20", "");
-  EXPECT_EQ(prio(), Strings{"1.1.1.1"});
+  EXPECT_EQ(prio(), (Strings{"1.1.1.1", "10.0.0.1"}));
+  address("Vlan20", "10.0.0.2");
+
+  cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan10"});
+  EXPECT_EQ(prio(), (Strings{"10.0.0.1", "1.1.1.1", "10.0.0.2"}));
+  cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::all, {}});
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 4294967295u);
+  EXPECT_EQ(prio(), (Strings{"1.1.1.1", "10.0.0.1", "10.0.0.2"}));
+  EXPECT_FALSE(localSystem->managementAddressPrioHas(reservedSourceIntfPriority()));
+  EXPECT_EQ(inputRoot->sourceIntfNamePriority(), ManAddrPriority{});
 }
 
 TEST_F(MgmtAddrTest, OneStableIpv6AddressOfTheNamedInterface) {

@@ -104,56 +104,25 @@ TEST(ReactorTest, DeletingMembersWhileWalkingIsSafe) {
     if (walked > 1000) break;
   }
   EXPECT_LE(walked, 1000u);
-}
 
-TEST(ReactorTest, DelAllDuringWalkEndsTheWalk) {
-  auto w = Platform::make<Widget>();
   for (int i = 0; i < 5; ++i) w->tagIs(i, "t");
   int steps = 0;
   for (auto it = w->tag().begin(); it != w->tag().end(); ++it) {
     ++steps;
-    w->tagDelAll();
+    w->tagDelAll();  // ends the walk
   }
   EXPECT_EQ(steps, 1);
 }
 
-class ChildSm : public Platform::Reactor {
- public:
-  ChildSm(int key, Log& log) : key_(key), log_(log) {}
-  ~ChildSm() override { log_.push_back("gone:" + std::to_string(key_)); }
-  void handleInitialized() override { log_.push_back("init:" + std::to_string(key_)); }
-
- private:
-  int key_;
-  Log& log_;
-};
-
-class ParentSm : public Platform::Reactor {
-  PLATFORM_REACTOR_COLL(childSm, int, ChildSm)
-};
-
-TEST(ReactorTest, ReactorCollectionsCreateInitializeAndDestroy) {
-  Log log;
-  ParentSm p;
-  p.childSmIs(2, log);
-  p.childSmIs(1, log);
-  p.childSmIs(2, log);  // exists: no second construction
-  EXPECT_TRUE(p.childSmHas(1));
-  EXPECT_EQ(p.childSms(), 2u);
-  p.childSmDel(1);
-  EXPECT_FALSE(p.childSm(1));
-  p.childSmIs(3, log);
-  p.childSmDelAll();
-  EXPECT_EQ(log, (Log{"init:2", "init:1", "gone:1", "init:3", "gone:2", "gone:3"}));
-}
-
-// Here LaterChildSm is declared only: deleting, looking up and walking still work, and each
-// child is destroyed as its full type.
-TEST(ReactorTest, ACollectionOfADeclaredOnlyTypeIsUsedAndDestroyedWithoutItsDefinition) {
+// Reactor collections create each child once, initialized, and destroy it when it is deleted
+// or its parent goes. Here LaterChildSm is declared only: deleting, looking up and walking still
+// work, and each child is destroyed as its full type.
+TEST(ReactorTest, ReactorCollectionsCreateOnceAndDestroyEvenWithoutTheChildsDefinition) {
   Log log;
   {
     LaterParentSm p;
-    for (int key : {3, 1, 2}) laterChildIs(p, key, log);
+    for (int key : {3, 1, 2, 3}) laterChildIs(p, key, log);  // 3 exists: no second construction
+    EXPECT_EQ(p.laterChildSms(), 3u);
     ASSERT_TRUE(p.laterChildSm(2));
     EXPECT_EQ(laterChildKey(*p.laterChildSm(2)), 2);
     p.laterChildSmDel(2);
@@ -165,8 +134,12 @@ TEST(ReactorTest, ACollectionOfADeclaredOnlyTypeIsUsedAndDestroyedWithoutItsDefi
     });
     EXPECT_EQ(keys, (std::vector<int>{1, 3}));
     laterChildIs(p, 4, log);
+    laterChildIs(p, 5, log);
+    p.laterChildSmDelAll();
+    laterChildIs(p, 6, log);
   }  // the parent goes with a child left
-  EXPECT_EQ(log, (Log{"init:3", "init:1", "init:2", "gone:2", "gone:1", "gone:3", "init:4", "gone:4"}));
+  EXPECT_EQ(log, (Log{"init:3", "init:1", "init:2", "gone:2", "gone:1", "gone:3", "init:4", "init:5", "gone:4",
+                      "gone:5", "init:6", "gone:6"}));
 }
 
 }  // namespace

@@ -62,6 +62,9 @@ TEST_F(FloodTest, RateLimitCountsEveryFrameOfAFloodOnce) {
   EXPECT_EQ(status->rxFramesTotal(), 5u);
   EXPECT_EQ(port->rxLldpdusRateLimited(), 995u);
   EXPECT_EQ(port->rxLldpdus(), 1000u);
+  ASSERT_EQ(logs.count("LLDP_RX_RATELIMIT"), 1u);
+  EXPECT_EQ(logs.entries().back().text,
+            "Exceeded Rx LLDPDU rate limit on Ethernet13 (more than 5 LLDPDUs in 1.000000 seconds)");
   scheduler.runFor(0.6);  // the next window
   wire.injectBurst("dut:Ethernet13", neighbourFrame(1, 120), 1000);
   scheduler.runFor(0.1);

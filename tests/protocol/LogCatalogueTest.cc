@@ -1,8 +1,6 @@
 // The agent's log messages as registered, and the receive rate-limit message across ports.
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "EngineFixture.h"
 #include "codec/LldpProtocol.h"
 
@@ -45,6 +43,8 @@ struct RateLimitLogTest : EngineFixture {
   }
 };
 
+// The engine limits the message per interface: a second port is not held back by the first.
+// (Holding back and counting are the log handle's own, tested with it.)
 TEST_F(RateLimitLogTest, TwoPortsLimitedInOneMinuteAreBothLogged) {
   scheduler.runUntil(10.1);
   flood("Ethernet11", 4);
@@ -54,69 +54,27 @@ TEST_F(RateLimitLogTest, TwoPortsLimitedInOneMinuteAreBothLogged) {
   EXPECT_EQ(rateLimitLines()[0].arguments.at(0), "Ethernet11");
   EXPECT_EQ(rateLimitLines()[1].text,
             "Exceeded Rx LLDPDU rate limit on Ethernet12 (more than 2 LLDPDUs in 1.000000 seconds)");
-
-  // The same port again within its minute is held back, then counted on its next line.
-  for (int window = 0; window < 3; ++window) {
-    scheduler.runFor(1);
-    flood("Ethernet11", 4);
-  }
-  scheduler.runFor(0.5);
-  EXPECT_EQ(rateLimitLines().size(), 2u);
-  scheduler.runFor(60);
-  flood("Ethernet11", 4);
-  scheduler.runFor(0.5);
-  ASSERT_EQ(rateLimitLines().size(), 3u);
-  EXPECT_EQ(rateLimitLines()[2].arguments.at(0), "Ethernet11");
-  EXPECT_EQ(rateLimitLines()[2].heldBack, 3u);
 }
 
-TEST(LogCatalogueTest, RateLimitPrintsA64BitLimitInFull) {
-  Platform::CapturingLogSink logs;
-  Platform::logClockIs([] { return nextEpoch(); });
-  EXPECT_TRUE(LLDP_RX_RATELIMIT.emit("Ethernet7", std::numeric_limits<uint64_t>::max(), 30.0));
-  Platform::logClockIs(nullptr);
-  ASSERT_EQ(logs.entries().size(), 1u);
-  EXPECT_EQ(logs.entries()[0].text,
-            "Exceeded Rx LLDPDU rate limit on Ethernet7 (more than 18446744073709551615 LLDPDUs in "
-            "30.000000 seconds)");
-}
-
-TEST(LogCatalogueTest, MessagesAreRegisteredAsDocumented) {
+// Texts are checked where the messages are emitted; what decides how they are logged is here.
+TEST(LogCatalogueTest, MessagesAreRegisteredWithTheirSeverityIntervalAndFields) {
   struct Expected {
     const Platform::LogHandleBase& handle;
-    const char* id;
     Platform::Severity severity;
-    const char* format;
-    const char* explanation;
     double minInterval;
     std::vector<std::string> fields;
   };
   const std::vector<std::string> neighbourFields{"CHASSIS_ID", "PORT_ID", "INTERFACE"};
   const Expected expected[] = {
-      {Lldp::LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW", Platform::Severity::notice,
-       "LLDP neighbor with chassisId %s and portId %s added on interface %s",
-       "A new LLDP neighbor was added to the neighbor table.", 0, neighbourFields},
-      {Lldp::LLDP_NEIGHBOR_TIMEOUT, "LLDP_NEIGHBOR_TIMEOUT", Platform::Severity::notice,
-       "LLDP neighbor with chassisId %s and portId %s timed out on interface %s",
-       "An LLDP neighbor was deleted from the neighbor table since it timed out.", 0, neighbourFields},
-      {Lldp::LLDP_NEIGHBOR_GONE, "LLDP_NEIGHBOR_GONE", Platform::Severity::notice,
-       "Received a shutdown frame from LLDP neighbor with chassisId %s and portId %s on interface %s",
-       "An LLDP neighbor was deleted from the neighbor table since an LLDPDU with a TTL of 0 was received "
-       "from that neighbor.",
-       0, neighbourFields},
-      {LLDP_RX_RATELIMIT, "LLDP_RX_RATELIMIT", Platform::Severity::warning,
-       "Exceeded Rx LLDPDU rate limit on %s (more than %d LLDPDUs in %f seconds)",
-       "The switch received too many LLDPDUs on a port in too short a period of time, so we dropped the "
-       "most recent received LLDPDU.",
-       60, {"INTERFACE"}},
+      {Lldp::LLDP_NEIGHBOR_NEW, Platform::Severity::notice, 0, neighbourFields},
+      {Lldp::LLDP_NEIGHBOR_TIMEOUT, Platform::Severity::notice, 0, neighbourFields},
+      {Lldp::LLDP_NEIGHBOR_GONE, Platform::Severity::notice, 0, neighbourFields},
+      {LLDP_RX_RATELIMIT, Platform::Severity::warning, 60, {"INTERFACE"}},
   };
   for (const Expected& e : expected) {
     const Platform::LogMessage& m = e.handle.message();
-    SCOPED_TRACE(e.id);
-    EXPECT_STREQ(m.id, e.id);
+    SCOPED_TRACE(m.id);
     EXPECT_EQ(m.severity, e.severity);
-    EXPECT_STREQ(m.format, e.format);
-    EXPECT_STREQ(m.explanation, e.explanation);
     EXPECT_EQ(m.minInterval, e.minInterval);
     std::vector<std::string> fields;
     for (const char* f : m.fields) {
@@ -124,11 +82,6 @@ TEST(LogCatalogueTest, MessagesAreRegisteredAsDocumented) {
     }
     EXPECT_EQ(fields, e.fields);
   }
-  EXPECT_STREQ(Lldp::LLDP_NEIGHBOR_NEW.message().recommendedAction, Platform::kNoActionRequired);
-  EXPECT_STREQ(LLDP_RX_RATELIMIT.message().recommendedAction,
-               "This could indicate a mis-configured neighbor, or a network loop.  Check the configuration of "
-               "the neighbor connected to the interface and configure the LLDPDUs to be sent at a reasonable "
-               "rate and ensure there are no network loops.");
 }
 
 }  // namespace

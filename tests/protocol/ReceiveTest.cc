@@ -1,4 +1,4 @@
-// Port engine receive side: admin status, the tag rule, the rate limit, ageing, link loss.
+// Port engine receive side: admin status, the tag rule, ageing, link loss.
 #include "EngineFixture.h"
 
 namespace ProtocolTest {
@@ -56,32 +56,6 @@ TEST_F(InlineTagTest, InlineTagIsRemovedUnlessTaggedFramesAreDropped) {
   scheduler.runFor(1);
   EXPECT_EQ(portStatus()->remoteSystems(), 1u);
   EXPECT_TRUE(traced("Received frame with incorrect EtherType -- ignoring"));
-}
-
-TEST_F(EngineFixture, RateLimitDropsTheExcessOncePerWindow) {
-  portConfig()->rxRateLimitingEnabledIs(true);
-  portConfig()->rxRateLimitMaxIs(5);
-  scheduler.runUntil(10.1);  // just after a window began (they are 1 s long)
-  for (int i = 0; i < 7; ++i) fromPeer(neighbourFrame(static_cast<uint8_t>(i), 120));
-  scheduler.runFor(0.5);
-  EXPECT_EQ(portStatus()->rxFramesTotal(), 5u);
-  EXPECT_EQ(engine()->rxLldpdusRateLimited(), 2u);
-  ASSERT_EQ(logs.count("LLDP_RX_RATELIMIT"), 1u);
-  EXPECT_EQ(logs.entries().back().text,
-            "Exceeded Rx LLDPDU rate limit on Ethernet1 (more than 5 LLDPDUs in 1.000000 seconds)");
-  scheduler.runFor(0.5);  // next window
-  for (int i = 0; i < 5; ++i) fromPeer(neighbourFrame(static_cast<uint8_t>(i), 120));
-  scheduler.runFor(0.5);
-  EXPECT_EQ(portStatus()->rxFramesTotal(), 10u);
-  EXPECT_EQ(engine()->rxLldpdusRateLimited(), 2u);
-}
-
-TEST_F(EngineFixture, WithoutRateLimitingEverythingIsProcessedAndStillCounted) {
-  scheduler.runUntil(10.1);
-  for (int i = 0; i < 20; ++i) fromPeer(neighbourFrame(static_cast<uint8_t>(i), 120));
-  scheduler.runFor(0.5);
-  EXPECT_EQ(portStatus()->rxFramesTotal(), 20u);
-  EXPECT_EQ(engine()->rxLldpdus(), 20u);
 }
 
 TEST_F(EngineFixture, NeighboursAgeInExpiryOrder) {

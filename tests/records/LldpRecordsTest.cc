@@ -14,43 +14,36 @@ std::string bytes(std::initializer_list<int> b) {
   return s;
 }
 
-TEST(LldpRecordsTest, RemoteSystemIndexStartsAtOne) {
-  EXPECT_THROW(Platform::make<RemoteSystem>(0, Msap{}), std::range_error);
-  EXPECT_NO_THROW(Platform::make<RemoteSystem>(1, Msap{}));
-  auto ps = Platform::make<PortStatus>("Ethernet1", 5.0);
-  EXPECT_THROW(ps->remoteSystemIs(0, Msap{}), std::range_error);
-  EXPECT_EQ(ps->remoteSystems(), 0u);
+// The text of the range error a construction throws; empty when it throws none.
+template <class F>
+std::string rangeError(F make) {
+  try {
+    make();
+  } catch (const std::range_error& e) {
+    return e.what();
+  }
+  return "";
 }
 
-TEST(LldpRecordsTest, UnknownTlvTypesAreReservedOnly) {
-  for (uint32_t bad : {0u, 8u, 127u}) {
-    try {
-      UnknownTlv(bad, "x");
-      FAIL() << bad;
-    } catch (const std::range_error& e) {
-      EXPECT_STREQ(e.what(), "UnknownTlv::type < 9 or > 126 not allowed");
-    }
+TEST(LldpRecordsTest, OutOfRangeValuesAreRefusedWithTheirTypeAndBound) {
+  EXPECT_NE(rangeError([] { Platform::make<RemoteSystem>(0, Msap{}); }), "");  // indexes start at 1
+  EXPECT_EQ(rangeError([] { Platform::make<RemoteSystem>(1, Msap{}); }), "");
+  auto ps = Platform::make<PortStatus>("Ethernet1", 5.0);
+  EXPECT_NE(rangeError([&] { ps->remoteSystemIs(0, Msap{}); }), "");
+  EXPECT_EQ(ps->remoteSystems(), 0u);
+
+  for (uint32_t bad : {0u, 8u, 127u}) {  // reserved types only
+    EXPECT_EQ(rangeError([=] { UnknownTlv(bad, "x"); }), "UnknownTlv::type < 9 or > 126 not allowed") << bad;
   }
   EXPECT_EQ(UnknownTlv(9, "x").type(), 9u);
   EXPECT_EQ(UnknownTlv(126, "x").type(), 126u);
-  EXPECT_THROW(UnknownOrgDefTlv::Key(kOuiDot1, 1, 0), std::range_error);
-}
+  EXPECT_NE(rangeError([] { UnknownOrgDefTlv::Key(kOuiDot1, 1, 0); }), "");
 
-TEST(LldpRecordsTest, BoundedStringTexts) {
-  try {
-    BoundedString255(std::string(256, 'a'));
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "BoundedString255::value::bytes > 255 not allowed");
-  }
-  try {
-    ChassisId(std::string(256, 'a'));
-    FAIL();
-  } catch (const std::range_error& e) {
-    EXPECT_STREQ(e.what(), "ChassisId::value::bytes > 255 not allowed");
-  }
-  EXPECT_THROW(ManAddress(std::string(32, 'a')), std::range_error);
-  EXPECT_THROW(NamespaceName(std::string(151, 'a')), std::range_error);
+  EXPECT_EQ(rangeError([] { BoundedString255(std::string(256, 'a')); }),
+            "BoundedString255::value::bytes > 255 not allowed");
+  EXPECT_EQ(rangeError([] { ChassisId(std::string(256, 'a')); }), "ChassisId::value::bytes > 255 not allowed");
+  EXPECT_NE(rangeError([] { ManAddress(std::string(32, 'a')); }), "");
+  EXPECT_NE(rangeError([] { NamespaceName(std::string(151, 'a')); }), "");
 }
 
 TEST(LldpRecordsTest, ManagementAddressPriorityIteratesSmallestFirst) {
