@@ -114,10 +114,10 @@ void intfNameToVlanIdAndManAddrPriority(const Konet::IntfId& intfId, Bridging::V
 
   *manAddrPriority = ManAddrPriority{ManAddrType::intf, 0, 0, intfId};
   if (vlanId) *vlanId = Bridging::VlanIdOrNone{};
-  // A host's own interface names (ens160, bond3000) are numbered by its kernel, not by this
-  // switch's port layout: they are held to the band limits rather than asserted against them.
-  const bool hostName = !intfId.name().empty() && std::islower(static_cast<unsigned char>(intfId.name()[0]));
-  auto held = [hostName](uint32_t value, uint32_t limit) { return hostName ? std::min(value, limit) : value; };
+  // Every name comes from the host or the operator (ens160, bond3000, Ethernet256), never from a
+  // fixed port layout: numbers beyond a band are held at its edge, so the bands hold by
+  // construction and the checks below guard this function alone.
+  auto held = [](uint32_t value, uint32_t limit) { return std::min(value, limit); };
   uint32_t& primary = manAddrPriority->primaryPriority;
   switch (intfId.kind()) {
     case Konet::IntfId::Kind::loopback:
@@ -150,7 +150,7 @@ void intfNameToVlanIdAndManAddrPriority(const Konet::IntfId& intfId, Bridging::V
       bandCheck(primary < vlanPriorityBase, "manAddrPriority->primaryPriority() < vlanPriorityBase");
       break;
     case Konet::IntfId::Kind::vlan: {
-      // Refuses a number above 4094 with the type's range error.
+      // An interface id names no VLAN above 4094; the type refuses one all the same.
       const Bridging::VlanIdOrNone vlan(static_cast<uint16_t>(std::min<uint32_t>(intfId.number(), 0xffff)));
       primary = vlanPriorityBase + vlan.value();
       if (vlanId) *vlanId = vlan;

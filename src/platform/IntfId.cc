@@ -141,6 +141,7 @@ void IntfId::parse() {
 bool IntfId::parseNumbered(std::string_view rest, Kind kind) {
   if (kind == Kind::portChannel || kind == Kind::vlan || kind == Kind::loopback) {
     if (!wholeNumber(rest, parsed_.number)) return false;
+    if (kind == Kind::vlan && parsed_.number > kMaxVlan) return false;  // Vlan5000 names no VLAN
     parsed_.kind = kind;
     return true;
   }

@@ -67,6 +67,7 @@ TEST(IntfIdTest, NamesGiveTheirKindAndNumbers) {
       {"mgmt0", Kind::management, 0, 0, 0, 0},          {"Ethernet1/2/3/4", Kind::other, 0, 0, 0, 0},
       {"Ethernet", Kind::other, 0, 0, 0, 0},            {"Management1/2/3", Kind::other, 0, 0, 0, 0},
       {"wlp2s0", Kind::other, 0, 0, 0, 0},              {"Ethernet99999999999", Kind::other, 0, 0, 0, 0},
+      {"Vlan4095", Kind::other, 0, 0, 0, 0},            {"vlan4095", Kind::other, 0, 0, 0, 0},
   };
   for (const NameCase& c : cases) {
     SCOPED_TRACE(c.name);
