@@ -225,10 +225,6 @@ TEST(AsioSchedulerTest, DescriptorNumberCanBeWatchedAgainAfterClose) {
   EXPECT_EQ(got, 2);
 }
 
-}  // namespace
-
-namespace {
-
 // A receive pass that posts its continuation (a flood's backlog) lets due clocks and ready
 // descriptors run between its passes: the loop goes round the reactor once per posted turn.
 TEST(AsioSchedulerTest, PostedContinuationsLetClocksAndDescriptorsIn) {
