@@ -88,26 +88,20 @@ TEST_F(CommandsTest, NeighboursPrintAsAnAlignedTableWithAgesAndCapabilityNames) 
   EXPECT_THAT(out.str(), HasSubstr("bridge, router"));
 }
 
-TEST_F(CommandsTest, JsonKeepsItsShapeWithNoneOneOrManyNeighbours) {
+// Indented for a terminal or compact for a pipe (passed on as it arrives): the reply's fields.
+TEST_F(CommandsTest, JsonIsTheRepliesFieldsIndentedOrCompact) {
   context.json = true;
-  agent.replies.push_back(neighbours);
-  Cli::showNeighbors(context, {}, false);
-  Json doc = Json::parse(out.str());
-  EXPECT_EQ(doc["schema"], Cli::kJsonSchema);
-  EXPECT_TRUE(doc["portStatus"][1]["remoteSystem"].is_array());
-  EXPECT_EQ(doc["portStatus"][0]["remoteSystem"][0]["sysName"], "spine-a");
-  EXPECT_FALSE(doc.contains("ok"));
-}
-
-TEST_F(CommandsTest, CompactJsonIsTheRepliesFieldsPassedOnAsTheyArrive) {
-  context.json = true;
-  context.pretty = false;
-  agent.replies.push_back(neighbours);
-  EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitOk);
-  Json doc = Json::parse(out.str());
-  EXPECT_EQ(doc["schema"], Cli::kJsonSchema);
-  EXPECT_EQ(doc["portStatus"], neighbours["portStatus"]);
-  EXPECT_FALSE(doc.contains("ok"));
+  for (const bool pretty : {true, false}) {
+    SCOPED_TRACE(pretty);
+    context.pretty = pretty;
+    out.str("");
+    agent.replies.push_back(neighbours);
+    EXPECT_EQ(Cli::showNeighbors(context, {}, false), Cli::kExitOk);
+    const Json doc = Json::parse(out.str());
+    EXPECT_EQ(doc["schema"], Cli::kJsonSchema);
+    EXPECT_EQ(doc["portStatus"], neighbours["portStatus"]);
+    EXPECT_FALSE(doc.contains("ok"));
+  }
 
   // A reply whose start comes in small pieces, and one with nothing after "ok".
   out.str("");
