@@ -110,7 +110,7 @@ TEST_F(HostNetnsTest, KernelChangesReachTheRecordsAndThePeer) {
   EXPECT_EQ(sources->counters().netlinkInvalidMessages, 0u);
 }
 
-// Link kinds this kernel may lack (bonding, VLAN filtering, VRF): skipped with a message then.
+// Link kinds this kernel may lack (bonding, VLAN filtering): skipped with a message then.
 TEST_F(HostNetnsTest, BondWithTwoMembers) {
   if (!supports("bond")) GTEST_SKIP() << "this kernel has no bonding driver";
   startAgent();
@@ -154,22 +154,6 @@ TEST_F(HostNetnsTest, VlanAwareBridgeWithPvid) {
   step("a tagged VLAN makes a trunk", "bridge vlan add dev sw1 vid 40", [&] {
     return r.bridgingConfig->switchIntfConfig("sw1")->switchportMode() == Bridging::SwitchportMode::trunk;
   });
-}
-
-TEST_F(HostNetnsTest, VrfWithAnAddress) {
-  if (!supports("vrf", "table 10")) GTEST_SKIP() << "this kernel has no VRF driver";
-  startAgent();
-  peerLinkIs("v1", "v1p");
-  // The alias shows an LLDPDU sent after the address: one outside the management VRF is not in it.
-  step("VRF with an address",
-       "ip link add blue type vrf table 10 && ip link set blue up && ip link set v1 master blue && "
-       "ip addr add 192.0.2.1/24 dev v1 && ip link set v1 up && ip link set v1 alias in-blue",
-       [&] {
-         auto ip = r.ipStatus->ipIntfStatus("v1");
-         return ip && ip->vrf().str() == "blue";
-       },
-       peerHears("v1p", "v1", [](auto& rs) { return rs.portDesc() == "in-blue" && !mgmtAddrs(rs).count("192.0.2.1"); }),
-       kTxDelay + kLinkWatch);
 }
 
 TEST_F(HostNetnsTest, OverflowingBurstConvergesToTheKernelsState) {
