@@ -58,7 +58,6 @@ struct ServiceTest : AgentTest::AgentFixture {
   ~ServiceTest() override { service.sessionGone(session); }
 
   Json ask(const Json& request) { return service.handle(request.dump(), session); }
-  Json neighbourChange(size_t i) const { return session.changes().at(i); }
   std::vector<std::string> kindsAndReasons() const {
     std::vector<std::string> out;
     for (const Json& c : session.changes()) {
@@ -133,9 +132,8 @@ TEST_F(ServiceTest, NeighbourEventsCarryKindsReasonsAndSequenceNumbersInOneBatch
   ASSERT_TRUE(reply["ok"]) << reply.dump();
   scheduler.runFor(5);
   EXPECT_EQ(kindsAndReasons(), (std::vector<std::string>{"added:new", "added:new"}));
-  EXPECT_EQ(neighbourChange(0)["seq"], 1);
-  EXPECT_EQ(neighbourChange(1)["seq"], 2);
-  EXPECT_EQ(neighbourChange(0)["value"]["sysName"], neighbourChange(0)["value"]["sysName"]);
+  EXPECT_EQ(session.changes()[0]["seq"], 1);
+  EXPECT_EQ(session.changes()[1]["seq"], 2);
   session.sent.clear();
 
   scheduler.runFor(60);  // refreshes with the same content are no change
