@@ -1,6 +1,7 @@
 // `lldp decode`: input parsing, frame selection, capture files, and the JSON shape.
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -77,22 +78,26 @@ TEST(DecodeTest, JsonShapeDoesNotDependOnCounts) {
   EXPECT_EQ(one["neighbors"][0]["msap"]["chassisIdentifier"]["value"], "00:11:22:33:44:55");
 }
 
-TEST(DecodeTest, ReadsPcapCaptures) {
-  const auto path = std::filesystem::temp_directory_path() / "lldp-decode-test.pcap";
-  {
-    pcap_t* dead = pcap_open_dead(DLT_EN10MB, 65535);
-    pcap_dumper_t* dumper = pcap_dump_open(dead, path.c_str());
-    ASSERT_TRUE(dumper);
-    for (const char* text : {kEthernet, "ff ff ff ff ff ff 00 11 22 33 44 55 08 06"}) {
-      Frame f = frameOf(std::string(text) + kLldpdu);
-      pcap_pkthdr h{};
-      h.ts.tv_sec = 100;
-      h.caplen = h.len = static_cast<bpf_u_int32>(f.bytes.size());
-      pcap_dump(reinterpret_cast<u_char*>(dumper), &h, f.bytes.data());
-    }
-    pcap_dump_close(dumper);
-    pcap_close(dead);
+// A capture file of these frames with the given link type.
+void writeCapture(const std::filesystem::path& path, int linkType, const std::vector<std::vector<uint8_t>>& frames) {
+  pcap_t* dead = pcap_open_dead(linkType, 65535);
+  pcap_dumper_t* dumper = pcap_dump_open(dead, path.c_str());
+  ASSERT_TRUE(dumper);
+  for (const auto& f : frames) {
+    pcap_pkthdr h{};
+    h.ts.tv_sec = 100;
+    h.caplen = h.len = static_cast<bpf_u_int32>(f.size());
+    pcap_dump(reinterpret_cast<u_char*>(dumper), &h, f.data());
   }
+  pcap_dump_close(dumper);
+  pcap_close(dead);
+}
+
+TEST(DecodeTest, ReadsPcapCaptures) {
+  const auto path = std::filesystem::temp_directory_path() / ("lldp-decode-test-" + std::to_string(getpid()) + ".pcap");
+  writeCapture(path, DLT_EN10MB,
+               {frameOf(std::string(kEthernet) + kLldpdu).bytes,
+                frameOf(std::string("ff ff ff ff ff ff 00 11 22 33 44 55 08 06") + kLldpdu).bytes});
   std::string error;
   auto frames = readCapture(path.string(), error);
   ASSERT_TRUE(frames) << error;
@@ -105,19 +110,7 @@ TEST(DecodeTest, ReadsPcapCaptures) {
   EXPECT_NE(text.str().find("System name             : sw1"), std::string::npos) << text.str();
 
   // A capture on "any" interface: Linux cooked headers instead of Ethernet.
-  {
-    pcap_t* dead = pcap_open_dead(DLT_LINUX_SLL, 65535);
-    pcap_dumper_t* dumper = pcap_dump_open(dead, path.c_str());
-    ASSERT_TRUE(dumper);
-    std::vector<uint8_t> cooked = frameOf("00 00 00 01 00 06 00 11 22 33 44 55 00 00 88 cc").bytes;
-    const Frame lldpdu = frameOf(kLldpdu);
-    cooked.insert(cooked.end(), lldpdu.bytes.begin(), lldpdu.bytes.end());
-    pcap_pkthdr h{};
-    h.caplen = h.len = static_cast<bpf_u_int32>(cooked.size());
-    pcap_dump(reinterpret_cast<u_char*>(dumper), &h, cooked.data());
-    pcap_dump_close(dumper);
-    pcap_close(dead);
-  }
+  writeCapture(path, DLT_LINUX_SLL, {frameOf(std::string("00 00 00 01 00 06 00 11 22 33 44 55 00 00 88 cc") + kLldpdu).bytes});
   frames = readCapture(path.string(), error);
   ASSERT_TRUE(frames) << error;
   r = decodeFrames(*frames);

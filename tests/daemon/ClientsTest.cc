@@ -1,7 +1,6 @@
 // Other software on the agent's socket, seen from the peer across a veth pair: external TLVs that
-// come and go with their client, PoE status that becomes the Power Via MDI TLV, refused periods;
-// and a socket that keeps out strangers and outlives garbage, huge requests and clients that
-// never read. These need root (CI runs them so).
+// come and go with their client, refused periods; and a socket that keeps out strangers and
+// outlives huge requests and clients that never read. These need root (CI runs them so).
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <sys/socket.h>
@@ -64,12 +63,10 @@ class ClientsTest : public PeersFixture {
   }
 };
 
-TEST_F(ClientsTest, ExternalTlvsAndPoeStatusReachThePeerAndBadPeriodsAreRefused) {
+TEST_F(ClientsTest, ExternalTlvsReachThePeerAndBadPeriodsAreRefused) {
   ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n"));
   ASSERT_NO_FATAL_FAILURE(start(b_, "transmit-interval = 5\nsystem.name = \"beta\"\n"));
-  const Json first = neighbourOnceIt(a_, anyone, 10s);
-  ASSERT_TRUE(first.is_object()) << readFile(a_.log);
-  EXPECT_EQ(first["powerViaMdiTlvReceived"], false);
+  ASSERT_TRUE(hears(a_, anyone, 10s)) << readFile(a_.log);
 
   // A client's TLV is on the wire while the client is connected, and leaves with it.
   {
@@ -96,33 +93,12 @@ TEST_F(ClientsTest, ExternalTlvsAndPoeStatusReachThePeerAndBadPeriodsAreRefused)
   EXPECT_EQ(lldp(b_, {"tlv", "del"}).first, 0);
   EXPECT_TRUE(hears(a_, withOurTlv(0), kChangeLimit));
 
-  // PoE status from the power service becomes B's Power Via MDI TLV.
-  Ipc::Client power;
-  auto poe = connect(power, b_).request(
-      {{"op", "set"},
-       {"path", "environment/power/status/poePort/eeb0"},
-       {"value",
-        {{"grantedPower", 15.4}, {"poweredDeviceClass", 4}, {"poePortState", 1}, {"lldpNegotiationSupported", true}}}});
-  ASSERT_TRUE(poe && poe->value("ok", false)) << (poe ? poe->dump() : "no reply");
-  const auto viaMdi = [](const Json& n) { return n["powerViaMdiTlvReceived"] == true; };
-  const Json powered = neighbourOnceIt(a_, viaMdi, kChangeLimit);
-  ASSERT_TRUE(powered.is_object()) << neighbours(a_).dump();
-  EXPECT_EQ(powered["powerViaMdiInfo"]["pseMdiPowerEnabled"], true);
-  EXPECT_EQ(powered["powerViaMdiInfo"]["powerClass"], 5);  // class 4 travels as 5 (class + 1)
-
   // Zero, huge and nonsense periods are refused, nothing changes, and the agent goes on.
-  const std::vector<std::pair<std::string, Json>> refused = {{"transmit-interval", 0},
-                                                             {"transmit-interval", 1e308},
-                                                             {"transmit-interval", 18446744073709551615ull},
-                                                             {"transmit-interval", -5},
-                                                             {"transmit-interval", 4294967301ull},
-                                                             {"hold-time", 0},
-                                                             {"reinit-delay", 0},
-                                                             {"rx-rate-limit.period", 0},
-                                                             {"rx-rate-limit.period", 1e308},
-                                                             {"rx-rate-limit.period", "nan"},
-                                                             {"rx-rate-limit.period", "inf"},
-                                                             {"rx-rate-limit.period", 1e-320}};
+  const std::vector<std::pair<std::string, Json>> refused = {
+      {"transmit-interval", 0},    {"transmit-interval", 1e308}, {"transmit-interval", 18446744073709551615ull},
+      {"transmit-interval", -5},   {"hold-time", 0},             {"transmit-interval", 4294967301ull},
+      {"reinit-delay", 0},         {"rx-rate-limit.period", 0},  {"rx-rate-limit.period", 1e308},
+      {"rx-rate-limit.period", 1e-320}, {"rx-rate-limit.period", "nan"}, {"rx-rate-limit.period", "inf"}};
   Ipc::Client operatorClient;
   connect(operatorClient, b_);
   for (const auto& [key, value] : refused) {
@@ -142,7 +118,7 @@ TEST_F(ClientsTest, ExternalTlvsAndPoeStatusReachThePeerAndBadPeriodsAreRefused)
   EXPECT_TRUE(hears(a_, [](const Json& n) { return n["sysName"] == "beta-after"; }, kChangeLimit));
 }
 
-TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesGarbageHugeRequestsAndClientsThatNeverRead) {
+TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesHugeRequestsAndClientsThatNeverRead) {
   ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n"));  // the socket is root's alone
   const group* nogroup = getgrnam("nogroup");
   if (nogroup == nullptr) GTEST_SKIP() << "needs the group nogroup";
@@ -151,24 +127,10 @@ TEST_F(ClientsTest, SocketKeepsOutStrangersAndOutlivesGarbageHugeRequestsAndClie
   // A process outside the group is refused; one in it gets in.
   EXPECT_FALSE(strangerConnects(a_.socket, nogroup->gr_gid));
   EXPECT_TRUE(strangerConnects(b_.socket, nogroup->gr_gid));
-  const pid_t cli = spawn({LLDP_CLI_BINARY, "--socket", a_.socket, "show", "neighbors"}, file("stranger.out"), [] {
-    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(3);
-  });
-  EXPECT_EQ(waitFor(cli, 5s), 1);
-  EXPECT_THAT(readFile(file("stranger.out")), HasSubstr("ermission"));
 
-  // Garbage gets an error reply and the connection stays usable.
+  // The agent's own limit: a request over it is refused whole, and the next one is served.
   Ipc::Client client;
   connect(client, a_);
-  for (const std::string& junk :
-       {std::string("not json\n"), std::string("\x01\x02\xff\xfe\n", 5), std::string(1000, '[') + "\n",
-        std::string("[1,2]\n"), std::string("{\"op\":42}\n")}) {
-    ASSERT_TRUE(client.sendRaw(junk));
-    auto reply = client.nextMessage(2);
-    ASSERT_TRUE(reply) << "no answer to garbage";
-    EXPECT_EQ((*reply)["error"].value("code", ""), "badRequest") << reply->dump();
-  }
-  // A request over the limit is refused whole, and the next one is served.
   ASSERT_TRUE(client.sendRaw("{\"op\":\"hello\",\"pad\":\"" + std::string(200 * 1024, 'x') + "\"}\n"));
   auto tooLarge = client.nextMessage(2);
   ASSERT_TRUE(tooLarge);

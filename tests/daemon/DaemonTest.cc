@@ -105,15 +105,6 @@ TEST_F(DaemonTest, FileSettingsAreInForceFromTheFirstLldpdu) {
   EXPECT_EQ(heard->sysName().view(), "core1");  // the override, never the host name first
   EXPECT_EQ(heard->unknownOrgDefTlvs(), 1u);
   EXPECT_EQ(heardByAgent(), nullptr);  // transmit only: the peer is not learnt
-
-  // Without its section the port is back to the defaults, the TLV withdrawn.
-  ASSERT_FALSE(daemon_->unset("eth1", ""));
-  EXPECT_EQ(portConfig()->adminStatus(), Lldp::AdminStatus::txAndRx);
-  EXPECT_FALSE(portConfig()->rxRateLimitingEnabled());
-  EXPECT_EQ(portConfig()->rxRateLimitMax(), 100u);
-  EXPECT_EQ(portConfig()->rxRateLimitPeriod(), 1.0);
-  scheduler_.runFor(3);
-  EXPECT_EQ(heardByPeer()->unknownOrgDefTlvs(), 0u);
 }
 
 TEST_F(DaemonTest, RunTimeChangesReachThePeerAndRefusalsChangeNothing) {

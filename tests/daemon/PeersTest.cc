@@ -1,15 +1,14 @@
 // Two real agents on a veth pair between network namespaces, driven with the real `lldp`: what
 // each learns of the other, run-time changes reaching the peer, clearing, reload, shutdown, and
-// the reasons `lldp watch` gives. These need root (CI runs them so).
+// the reasons `lldp watch` gives for a real link and a real time-out. These need root (CI runs them so).
 #include <gmock/gmock.h>
-
-#include <algorithm>
 
 #include "Processes.h"
 
 namespace Daemon::Test {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -44,22 +43,14 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
   // The table people read: one row per neighbour, capabilities by name.
   const auto [shown, table] = lldp(a_, {"show", "neighbors"});
   EXPECT_EQ(shown, 0);
-  EXPECT_THAT(table, HasSubstr("eea0"));
-  EXPECT_THAT(table, HasSubstr("02:00:00:00:ee:0b"));
-  EXPECT_THAT(table, HasSubstr("beta"));
-  EXPECT_THAT(table, HasSubstr("bridge"));
+  EXPECT_THAT(table, ContainsRegex("eea0 +02:00:00:00:ee:0b +eeb0 +beta +bridge"));
   EXPECT_THAT(table, HasSubstr("Neighbors: 1"));
 
-  // Run-time changes on B: its name, then a TLV switch.
+  // A run-time change on B reaches A within the transmit delay.
   EXPECT_EQ(lldp(b_, {"configure", "system.name", "beta-renamed"}).first, 0);
   EXPECT_TRUE(hears(a_, [](const Json& n) { return n["sysName"] == "beta-renamed"; }, kChangeLimit));
-  EXPECT_EQ(lldp(b_, {"configure", "tlv.system-description", "false"}).first, 0);
-  EXPECT_TRUE(hears(a_, [](const Json& n) { return n["sysDesc"] == ""; }, kChangeLimit)) << neighbours(a_).dump();
-  const auto [refused, why] = lldp(b_, {"configure", "tlv.system-description", "maybe"});
-  EXPECT_EQ(refused, 1);
-  EXPECT_THAT(why, HasSubstr("tlv.system-description"));
 
-  // A reload with a changed file keeps what A learnt: the same record, no new neighbour.
+  // SIGHUP reloads the changed file and keeps what A learnt.
   const Json before = neighbours(a_);
   std::ofstream(file("a.toml")) << "transmit-interval = 5\nsystem.name = \"alpha2\"\nhold-time = 60\n";
   kill(a_.pid, SIGHUP);
@@ -67,10 +58,6 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
   EXPECT_THAT(readFile(a_.log), HasSubstr("changed: hold-time, system.name"));
   // The hold time is no local record, yet goes out as promptly as the name.
   EXPECT_TRUE(hears(b_, [](const Json& n) { return n["sysName"] == "alpha2" && n["ttl"] == 60; }, kChangeLimit));
-  const Json after = neighbours(a_);
-  ASSERT_EQ(after.size(), 1u);
-  EXPECT_EQ(after[0]["index"], before[0]["index"]);
-  EXPECT_EQ(after[0]["creationTime"], before[0]["creationTime"]);
   EXPECT_EQ(occurrences(readFile(a_.log), "LLDP_NEIGHBOR_NEW"), 1u);
 
   // Clearing empties A's table at once and is logged once, with who asked.
@@ -79,22 +66,6 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
   std::this_thread::sleep_for(300ms);
   EXPECT_EQ(occurrences(readFile(a_.log), "LLDP_REMOTE_TABLES_CLEARED"), 1u) << readFile(a_.log);
   EXPECT_THAT(readFile(a_.log), HasSubstr("LLDP neighbor table cleared by root on lldp clear neighbors"));
-
-  // The watch saw the neighbour come, change and be cleared, with those reasons.
-  ASSERT_TRUE(eventually([&] { return events(a_).size() >= 4; }, 2s)) << readFile(file("watch-a.jsonl"));
-  const std::vector<Json> seen = events(a_);
-  EXPECT_EQ(seen.front()["seq"], 1);
-  EXPECT_EQ(seen.front()["kind"], "added");
-  EXPECT_EQ(seen.front()["reason"], "new");
-  EXPECT_EQ(seen.front()["value"]["sysName"], "beta");
-  EXPECT_EQ(seen[1]["kind"], "changed");
-  EXPECT_EQ(seen[1]["reason"], "changed");
-  EXPECT_EQ(seen[1]["value"]["sysName"], "beta-renamed");
-  // B may be back already (A's reload made B answer), but only after the clear.
-  const auto cleared = std::find_if(seen.begin(), seen.end(), [](const Json& e) { return e["reason"] == "cleared"; });
-  ASSERT_NE(cleared, seen.end()) << readFile(file("watch-a.jsonl"));
-  EXPECT_EQ((*cleared)["kind"], "removed");
-  for (auto later = cleared + 1; later != seen.end(); ++later) EXPECT_EQ((*later)["reason"], "new");
 
   // SIGTERM: the socket closes first (the watch ends), then the agent, and the process exits 0
   // within a second with the stop as its last word.
@@ -119,7 +90,6 @@ TEST_F(PeersTest, AgentsLearnEachOtherFollowChangesKeepNeighboursOnReloadAndStop
 TEST_F(PeersTest, WatchSaysWhyNeighboursGo) {
   ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n"));
   const pid_t watchA = watch(a_);
-  const pid_t watchText = watch(a_, false);
   ASSERT_NO_FATAL_FAILURE(start(b_, "transmit-interval = 5\nhold-time = 10\nsystem.name = \"beta\"\n"));
   ASSERT_TRUE(neighbourOnceIt(a_, anyone, 10s).is_object()) << readFile(a_.log);
 
@@ -146,16 +116,7 @@ TEST_F(PeersTest, WatchSaysWhyNeighboursGo) {
   EXPECT_THAT(seen, ::testing::ElementsAre("added/new/beta", "removed/link down/beta", "added/new/beta",
                                            "removed/aged out/beta"));
   EXPECT_EQ(occurrences(readFile(a_.log), "LLDP_NEIGHBOR_TIMEOUT"), 1u);
-  // The same for people, one line per change.
-  const std::string text = readFile(file("watch-a.txt"));
-  EXPECT_THAT(text, HasSubstr("added eea0 chassis "));
-  EXPECT_THAT(text, HasSubstr(" port eeb0 (beta): new\n"));
-  EXPECT_THAT(text, HasSubstr(" (beta): link down\n"));
-  EXPECT_THAT(text, HasSubstr("removed eea0 chassis "));
-  EXPECT_THAT(text, HasSubstr(" (beta): aged out\n"));
-  EXPECT_EQ(occurrences(text, "\n"), 4u) << text;
   kill(watchA, SIGTERM);
-  kill(watchText, SIGTERM);
 }
 
 }  // namespace

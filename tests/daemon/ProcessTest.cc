@@ -28,8 +28,7 @@ TEST_F(ProcessTest, BadConfigurationFileExitsTwoNamingTheLine) {
 
 TEST_F(ProcessTest, AnAgentRunningAsAnotherUserStillOpensPortsThatAppearLater) {
   if (!haveNamespaces()) GTEST_SKIP() << "needs root and iproute2 to make network namespaces";
-  const std::string ns = "ee" + tag_ + "u";
-  namespaces_ = {ns};
+  const std::string ns = netns("u");
   ASSERT_TRUE(run("ip netns add " + ns + " && ip -n " + ns + " link add eeua type veth peer name eeub && ip -n " + ns +
                   " link set eeua up && ip -n " + ns + " link set eeub up"));
   std::ofstream(file("u.toml")) << "transmit-interval = 5\n";

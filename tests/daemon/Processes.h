@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -117,6 +118,13 @@ class ProcessFixture : public ::testing::Test {
     std::filesystem::remove_all(dir_);
   }
   std::string file(const std::string& name) const { return (dir_ / name).string(); }
+  // A network namespace of this test, removed at the end; LLDP_TEST_NETNS_PREFIX tells runs apart
+  // that share a machine.
+  std::string netns(const std::string& role) {
+    const char* prefix = std::getenv("LLDP_TEST_NETNS_PREFIX");
+    namespaces_.push_back(std::string(prefix ? prefix : "ee") + tag_ + role);
+    return namespaces_.back();
+  }
   // A process the fixture kills at the end unless the test reaped it (forget()).
   pid_t started(pid_t pid) {
     pids_.push_back(pid);
@@ -146,9 +154,8 @@ class PeersFixture : public ProcessFixture {
   void SetUp() override {
     ProcessFixture::SetUp();
     if (!haveNamespaces()) GTEST_SKIP() << "needs root and iproute2 to make network namespaces";
-    a_ = {"a", "ee" + tag_ + "a", "eea0", file("a.sock"), file("a.log")};
-    b_ = {"b", "ee" + tag_ + "b", "eeb0", file("b.sock"), file("b.log")};
-    namespaces_ = {a_.ns, b_.ns};
+    a_ = {"a", netns("a"), "eea0", file("a.sock"), file("a.log")};
+    b_ = {"b", netns("b"), "eeb0", file("b.sock"), file("b.log")};
     ASSERT_TRUE(run("ip netns add " + a_.ns + " && ip netns add " + b_.ns));
     ASSERT_TRUE(run("ip -n " + a_.ns + " link add eea0 type veth peer name eeb0 netns " + b_.ns + " && ip -n " +
                     a_.ns + " link set eea0 up && ip -n " + b_.ns + " link set eeb0 up"));
@@ -179,13 +186,11 @@ class PeersFixture : public ProcessFixture {
     return {status, readFile(out)};
   }
 
-  // `lldp watch --json` on the peer, printing into watch-<name>.jsonl (without JSON, the lines
-  // for people into watch-<name>.txt); returns once subscribed.
-  pid_t watch(const Peer& peer, bool json = true) {
+  // `lldp watch --json` on the peer, printing into watch-<name>.jsonl; returns once subscribed.
+  pid_t watch(const Peer& peer) {
     const int before = statusOf(peer).value("subscriptions", 0);
-    std::vector<std::string> argv = {LLDP_CLI_BINARY, "--socket", peer.socket, "watch"};
-    if (json) argv.emplace_back("--json");
-    const pid_t pid = started(spawn(argv, file("watch-" + peer.name + (json ? ".jsonl" : ".txt"))));
+    const pid_t pid = started(
+        spawn({LLDP_CLI_BINARY, "--socket", peer.socket, "watch", "--json"}, file("watch-" + peer.name + ".jsonl")));
     EXPECT_TRUE(eventually([&] { return statusOf(peer).value("subscriptions", 0) > before; }, 5s));
     return pid;
   }

@@ -207,13 +207,5 @@ TEST_F(SocketTest, ALargeNeighbourTableArrivesInPiecesExactlyAsTheRecordsRead) {
   EXPECT_EQ(reply["portStatus"][0]["remoteSystem"], neighbours);
 }
 
-TEST_F(SocketTest, ConnectingWithoutAnAgentSaysSo) {
-  Ipc::Client client;
-  std::string error;
-  EXPECT_FALSE(client.connect(dir + "/absent.sock", error));
-  EXPECT_EQ(client.failure(), Ipc::Client::Failure::notRunning);
-  EXPECT_THAT(error, testing::HasSubstr("not running"));
-}
-
 }  // namespace
 }  // namespace IpcTest

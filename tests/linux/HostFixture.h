@@ -26,6 +26,13 @@
 
 namespace HostTest {
 
+// A network namespace name of this test process; LLDP_TEST_NETNS_PREFIX tells runs apart that
+// share a machine.
+inline std::string netnsName(const std::string& role) {
+  const char* prefix = std::getenv("LLDP_TEST_NETNS_PREFIX");
+  return std::string(prefix ? prefix : "lldpt-") + role + "-" + std::to_string(getpid());
+}
+
 inline int sh(const std::string& cmd) { return std::system((cmd + " >/dev/null 2>&1").c_str()); }
 
 // Runs cmd; its exit status, with stdout and stderr in out.
@@ -140,7 +147,7 @@ class HostNetnsFixture : public ::testing::Test {
     });
     agent->doInit();
     ASSERT_LE(waitFor([&] { return sources->ready() && agent->running(); }, 5), 5);
-    peerNs_ = "ho-peer-" + std::to_string(getpid());
+    peerNs_ = netnsName("peer");
     ASSERT_EQ(sh("ip netns add " + peerNs_), 0);
     const std::string ns = peerNs_;
     peer = std::make_unique<Demo::StandaloneEngine>(

@@ -110,7 +110,7 @@ TEST_F(HostNetnsTest, KernelChangesReachTheRecordsAndThePeer) {
   EXPECT_EQ(sources->counters().netlinkInvalidMessages, 0u);
 }
 
-// Link kinds this kernel may lack (bonding, team, VLAN filtering, VRF): skipped with a message then.
+// Link kinds this kernel may lack (bonding, VLAN filtering): skipped with a message then.
 TEST_F(HostNetnsTest, BondWithTwoMembers) {
   if (!supports("bond")) GTEST_SKIP() << "this kernel has no bonding driver";
   startAgent();
@@ -135,25 +135,6 @@ TEST_F(HostNetnsTest, BondWithTwoMembers) {
        both, kTxDelay + kLinkWatch);
 }
 
-TEST_F(HostNetnsTest, TeamMembersKeepTheirOwnMac) {
-  if (!supports("team")) GTEST_SKIP() << "this kernel has no team driver";
-  start();
-  ASSERT_EQ(sh("ip link add t1 type veth peer name t1p && ip link add t2 type veth peer name t2p"), 0);
-  ASSERT_LE(waitFor([&] { return phy("t1") && phy("t2"); }), 1.0);
-  const Konet::EthAddr mac1 = phy("t1")->addr(), mac2 = phy("t2")->addr();
-  step("team with two members", "ip link add team0 type team && ip link set t1 master team0 && ip link set t2 master team0",
-       [&] {
-         auto lag = r.ethLagIntfStatusDir->intfStatus("team0");
-         return lag && lag->members() == 2;
-       });
-  // As a team daemon does: the members take the team's MAC; the ports keep their own.
-  const std::string teamMac = r.kernelNetInfo->device("team0").addr.toString();
-  step("members take the team's MAC", "ip link set t1 address " + teamMac + " && ip link set t2 address " + teamMac,
-       [&] { return r.kernelNetInfo->device("t2").addr.toString() == teamMac; });
-  EXPECT_EQ(phy("t1")->addr(), mac1);
-  EXPECT_EQ(phy("t2")->addr(), mac2);
-}
-
 TEST_F(HostNetnsTest, VlanAwareBridgeWithPvid) {
   if (!supports("bridge", "vlan_filtering 1")) GTEST_SKIP() << "this kernel's bridge has no VLAN filtering";
   startAgent();
@@ -173,22 +154,6 @@ TEST_F(HostNetnsTest, VlanAwareBridgeWithPvid) {
   step("a tagged VLAN makes a trunk", "bridge vlan add dev sw1 vid 40", [&] {
     return r.bridgingConfig->switchIntfConfig("sw1")->switchportMode() == Bridging::SwitchportMode::trunk;
   });
-}
-
-TEST_F(HostNetnsTest, VrfWithAnAddress) {
-  if (!supports("vrf", "table 10")) GTEST_SKIP() << "this kernel has no VRF driver";
-  startAgent();
-  peerLinkIs("v1", "v1p");
-  // The alias shows an LLDPDU sent after the address: one outside the management VRF is not in it.
-  step("VRF with an address",
-       "ip link add blue type vrf table 10 && ip link set blue up && ip link set v1 master blue && "
-       "ip addr add 192.0.2.1/24 dev v1 && ip link set v1 up && ip link set v1 alias in-blue",
-       [&] {
-         auto ip = r.ipStatus->ipIntfStatus("v1");
-         return ip && ip->vrf().str() == "blue";
-       },
-       peerHears("v1p", "v1", [](auto& rs) { return rs.portDesc() == "in-blue" && !mgmtAddrs(rs).count("192.0.2.1"); }),
-       kTxDelay + kLinkWatch);
 }
 
 TEST_F(HostNetnsTest, OverflowingBurstConvergesToTheKernelsState) {

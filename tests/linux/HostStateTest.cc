@@ -35,12 +35,6 @@ LinkFacts wire(int32_t ifIndex, const std::string& name, const std::string& kind
   return l;
 }
 
-LinkFacts master(int32_t ifIndex, const std::string& name, const std::string& kind) {
-  LinkFacts l = wire(ifIndex, name, kind);
-  l.arpType = ARPHRD_ETHER;
-  return l;
-}
-
 class HostStateTest : public ::testing::Test {
  protected:
   void TearDown() override { Konet::IntfPlatformTable::clear(); }
@@ -54,14 +48,14 @@ TEST_F(HostStateTest, KernelLinkTypeDecidesWhichLinksArePorts) {
   state.linkIs(lo);
   state.linkIs(wire(2, "uplink"));            // a veth with a free name
   state.linkIs(wire(3, "eno1", ""));          // a NIC
-  state.linkIs(master(4, "br0", "bridge"));
-  state.linkIs(master(5, "bond0", "bond"));
-  state.linkIs(master(6, "dummy0", "dummy"));
-  LinkFacts vlan = master(7, "eth0.10", "vlan");
+  state.linkIs(wire(4, "br0", "bridge"));
+  state.linkIs(wire(5, "bond0", "bond"));
+  state.linkIs(wire(6, "dummy0", "dummy"));
+  LinkFacts vlan = wire(7, "eth0.10", "vlan");
   vlan.vlanId = 10;
   state.linkIs(vlan);
-  state.linkIs(master(8, "gre1", "gre"));
-  state.linkIs(master(9, "Ethernet5", "vxlan"));  // a switch-like name on a tunnel
+  state.linkIs(wire(8, "gre1", "gre"));
+  state.linkIs(wire(9, "Ethernet5", "vxlan"));  // a switch-like name on a tunnel
   state.flush();
 
   const auto& phy = *r.ethPhyIntfStatusDir;
@@ -113,22 +107,19 @@ TEST_F(HostStateTest, PortStatusFollowsTheLink) {
                         Case{IF_OPER_UNKNOWN, IFF_UP | IFF_RUNNING, Interface::LinkStatus::linkUp},
                         Case{IF_OPER_UNKNOWN, IFF_UP, Interface::LinkStatus::linkDown},
                         Case{IF_OPER_TESTING, IFF_UP, Interface::LinkStatus::unknown}}) {
-    const int oper = c.oper;
-    const unsigned flags = c.flags;
-    const Interface::LinkStatus expected = c.expected;
-    l.operState = static_cast<uint8_t>(oper);
-    l.flags = static_cast<uint32_t>(flags);
+    l.operState = static_cast<uint8_t>(c.oper);
+    l.flags = c.flags;
     state.linkIs(l);
     state.flush();
-    EXPECT_EQ(s->linkStatus(), expected) << int(oper);
+    EXPECT_EQ(s->linkStatus(), c.expected) << c.oper;
   }
   // The same entity all along: watchers never saw the port go away.
   EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("uplink"), s);
 }
 
 TEST_F(HostStateTest, BondMembersUseTheirPermanentMacAndFollowTheBondsRole) {
-  state.linkIs(master(10, "br0", "bridge"));
-  LinkFacts bond = master(11, "bond0", "bond");
+  state.linkIs(wire(10, "br0", "bridge"));
+  LinkFacts bond = wire(11, "bond0", "bond");
   bond.master = 10;
   state.linkIs(bond);
   for (int i : {12, 13}) {
@@ -163,7 +154,7 @@ TEST_F(HostStateTest, BondMembersUseTheirPermanentMacAndFollowTheBondsRole) {
 
 // The kernel keeps no permanent MAC for a veth in a team; the port keeps the one it had before.
 TEST_F(HostStateTest, TeamMembersKeepTheMacTheyHadBeforeJoining) {
-  LinkFacts team = master(20, "team0", "team");
+  LinkFacts team = wire(20, "team0", "team");
   state.linkIs(team);
   LinkFacts a = wire(21, "t1"), b = wire(22, "t2");
   const Konet::EthAddr ownA = a.addr, ownB = b.addr;
@@ -235,7 +226,7 @@ TEST_F(HostStateTest, VlanAwareBridgeGivesPvidModeAndChassisMac) {
   state.flush();
   EXPECT_EQ(r.bridgingConfig->bridgeMacAddr(), nic.permAddr);  // lowest NIC's permanent MAC
 
-  LinkFacts br = master(20, "br0", "bridge");
+  LinkFacts br = wire(20, "br0", "bridge");
   br.vlanFiltering = true;
   br.defaultPvid = 1;
   state.linkIs(br);
@@ -272,7 +263,7 @@ TEST_F(HostStateTest, VlanAwareBridgeGivesPvidModeAndChassisMac) {
 }
 
 TEST_F(HostStateTest, Ipv4PrimarySecondaryAndVrf) {
-  state.linkIs(master(30, "blue", "vrf"));
+  state.linkIs(wire(30, "blue", "vrf"));
   LinkFacts p = wire(31, "uplink");
   state.linkIs(p);
   const Arnet::IpAddrWithMask a{*Arnet::IpAddr::parse("10.0.0.9"), 24};
@@ -347,7 +338,7 @@ struct ChangeCounter : Platform::Reactor {
 TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
   auto addAll = [&] {
     state.linkIs(wire(2, "uplink"));
-    state.linkIs(master(3, "bond0", "bond"));
+    state.linkIs(wire(3, "bond0", "bond"));
     LinkFacts m = wire(4, "m4");
     m.master = 3;
     state.linkIs(m);
@@ -386,7 +377,7 @@ TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
   // A resync that misses an address and a link removes exactly those.
   state.resyncBegins();
   state.linkIs(wire(2, "uplink"));
-  state.linkIs(master(3, "bond0", "bond"));
+  state.linkIs(wire(3, "bond0", "bond"));
   state.sweepLinks();
   state.sweepIp4();
   state.sweepIp6();
@@ -482,7 +473,7 @@ TEST_F(HostStateTest, PrioritiesStayInTheirBands) {
   }
   state.linkIs(wire(7, "eth200"));
   state.linkIs(wire(8, "mgmt77"));
-  LinkFacts bond = master(9, "bond5000", "bond");
+  LinkFacts bond = wire(9, "bond5000", "bond");
   state.linkIs(bond);
   state.flush();
   Lldp::ManAddrPriority prio;
