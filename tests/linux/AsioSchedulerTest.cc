@@ -111,10 +111,11 @@ TEST(AsioSchedulerTest, ClockRearmedAtPeriodZeroStarvesNothing) {
   ASSERT_GE(clockLate.size(), 30u);
   EXPECT_GE(readLate.size() + 1, clockLate.size());
   EXPECT_GE(signalLate.size() + 1, clockLate.size());
-  // Generous bounds: the machine is shared and the test also runs under sanitizers.
-  for (double late : clockLate) EXPECT_LT(late, 0.04);
-  for (double late : readLate) EXPECT_LT(late, 0.04);
-  for (double late : signalLate) EXPECT_LT(late, 0.04);
+  // Starving would leave them waiting for good; the bound is loose because the machine is
+  // shared and the test also runs under sanitizers (the loop's latency is the benchmarks' job).
+  for (double late : clockLate) EXPECT_LT(late, 0.5);
+  for (double late : readLate) EXPECT_LT(late, 0.5);
+  for (double late : signalLate) EXPECT_LT(late, 0.5);
 }
 
 TEST(AsioSchedulerTest, FarAndOddExpiriesNeitherSpinNorOverflow) {
