@@ -1,7 +1,9 @@
 // The state socket in real time: framing, garbage and oversized requests, the client limit,
 // the file's mode, and a subscriber that never reads.
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -117,6 +119,21 @@ TEST_F(SocketTest, AStaleSocketIsReplacedButNoOtherFile) {
   server.reset();  // removes its file
   const std::string path = options.socketPath;
   ASSERT_FALSE(std::filesystem::exists(path));
+  // The file of an agent that died: a socket nobody answers on.
+  const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  path.copy(addr.sun_path, sizeof addr.sun_path - 1);
+  ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+  close(stale);
+  listen();
+  auto client = connect();
+  auto reply = ask(*client, "{\"op\":\"get\",\"path\":\"l2discovery/lldp/cliConfig\"}");
+  ASSERT_TRUE(reply);
+  EXPECT_TRUE(reply->contains("value"));
+  client.reset();
+  server.reset();
+
   FILE* f = std::fopen(path.c_str(), "w");
   std::fclose(f);
   server = std::make_unique<Ipc::Server>(scheduler, service, options);
