@@ -407,9 +407,10 @@ bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
 void RawSocketPam::handleRetireClock() {
   if (!retiring_.map) return;
   if (ringWaiting(retiring_)) {
-    // Frames still to offer, in order before the new ring's: a pass takes them.
-    passRun();
+    // Frames still to offer, in order before the new ring's: a pass takes them (last, as a
+    // reader may remove the port).
     retireClock_.timeMinIs(scheduler_.now() + kRxBlockTimeoutMs / 1000.0);
+    passRun();
     return;
   }
   uint64_t lost = framesFilling(retiring_);
@@ -446,6 +447,8 @@ RawSocketPam::~RawSocketPam() {
   watch_.reset();
   retireWatch_.reset();
   allPams().erase(this);
+  // The room this port leaves may let the others grow.
+  if (!allPams().empty()) ringBudgetPassPost(**allPams().begin());
   for (Ring* ring : {&rx_, &retiring_}) {
     if (ring->map) munmap(ring->map, ring->bytes());
     if (ring->fd >= 0) ::close(ring->fd);
