@@ -76,10 +76,12 @@ bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
 size_t gRingBytes = 0;
 size_t gRetiringBytes = 0;
 size_t gRingBudget = RawSocketPam::kRxRingBudget;
-// One budget pass at a time, run after the event that opened ports: a batch of ports opened
-// together is sized once, with the number of ports known.
-bool gBudgetPassPosted = false;
-const void* gBudgetPassOwner = nullptr;
+// One budget pass at a time, due on the clock of the port that asked for it: a batch of ports
+// opened together is sized once, with the number of ports known.
+RawSocketPam* gBudgetPassOwner = nullptr;
+bool gBudgetPassRun = false;  // since the first port of the process (again) was opened
+double gBudgetPassLast = 0;
+double gPortsChangedLast = 0;
 
 std::set<RawSocketPam*>& allPams() {
   static std::set<RawSocketPam*> pams;
@@ -279,19 +281,29 @@ size_t RawSocketPam::ringShare(size_t ports) {
 }
 
 void RawSocketPam::ringBudgetPassPost(RawSocketPam& pam) {
-  if (gBudgetPassPosted) return;
-  gBudgetPassPosted = true;
+  gPortsChangedLast = pam.scheduler_.now();
+  if (gBudgetPassOwner) return;
   gBudgetPassOwner = &pam;
-  pam.scheduler_.post([alive = pam.alive_] {
-    // Its port gone, the pass went with it: the next port opened posts another.
-    if (!*alive) return;
-    gBudgetPassPosted = false;
-    gBudgetPassOwner = nullptr;
-    ringBudgetKeep();
-  });
+  const double now = pam.scheduler_.now();
+  pam.budgetClock_.timeMinIs(gBudgetPassRun ? std::max(now, gBudgetPassLast + kRingBudgetInterval) : now);
 }
 
-void RawSocketPam::ringBudgetKeep() {
+void RawSocketPam::handleBudgetClock() {
+  gBudgetPassOwner = nullptr;
+  const double now = scheduler_.now();
+  // Rings grow on the first pass, which sizes the ports the agent starts with, and later only
+  // once ports have stopped coming: a ring grown while more ports arrive would soon have to
+  // come down again, each resize costing a socket.
+  const bool settled = !gBudgetPassRun || now >= gPortsChangedLast + kRingBudgetInterval;
+  gBudgetPassRun = true;
+  gBudgetPassLast = now;
+  ringBudgetKeep(settled);
+  if (settled) return;
+  gBudgetPassOwner = this;
+  budgetClock_.timeMinIs(gPortsChangedLast + kRingBudgetInterval);
+}
+
+void RawSocketPam::ringBudgetKeep(bool grow) {
   const size_t share = ringShare(allPams().size());
   // Over the budget: the largest rings above the share come down to it, largest first.
   while (gRingBytes > gRingBudget) {
@@ -302,6 +314,7 @@ void RawSocketPam::ringBudgetKeep() {
     }
     if (!largest || !largest->ringResize(share)) break;
   }
+  if (!grow) return;
   // Room left: rings below the share grow to it.
   for (RawSocketPam* pam : allPams()) {
     if (pam->retiring_.map || pam->ringBytes() >= share) continue;
@@ -433,22 +446,21 @@ void RawSocketPam::handleRetireClock() {
 
 RawSocketPam::RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler)
     : Pam(std::move(intfId)), rx_(ring), setup_(std::move(setup)), scheduler_(scheduler),
-      rewatchClock_(scheduler, [this] { watchIs(); }), retireClock_(scheduler, [this] { handleRetireClock(); }) {
+      rewatchClock_(scheduler, [this] { watchIs(); }), retireClock_(scheduler, [this] { handleRetireClock(); }),
+      budgetClock_(scheduler, [this] { handleBudgetClock(); }) {
   allPams().insert(this);
   gRingBytes += ringBytes();
 }
 
 RawSocketPam::~RawSocketPam() {
   *alive_ = false;
-  if (gBudgetPassOwner == this) {
-    gBudgetPassPosted = false;
-    gBudgetPassOwner = nullptr;
-  }
+  if (gBudgetPassOwner == this) gBudgetPassOwner = nullptr;  // its clock goes with it
   watch_.reset();
   retireWatch_.reset();
   allPams().erase(this);
   // The room this port leaves may let the others grow.
   if (!allPams().empty()) ringBudgetPassPost(**allPams().begin());
+  if (allPams().empty()) gBudgetPassRun = false;
   for (Ring* ring : {&rx_, &retiring_}) {
     if (ring->map) munmap(ring->map, ring->bytes());
     if (ring->fd >= 0) ::close(ring->fd);

@@ -47,6 +47,11 @@ class RawSocketPam : public Konet::Pam {
   // A replaced ring is read until it is empty and at least this long has passed, several
   // block timeouts: by then the kernel has handed over every frame it put there.
   static constexpr double kRingRetireDelay = 0.05;
+  // Ring sizes are decided right after the event that opened the first ports, then at most
+  // this often; rings grow again only once no port has come or gone for this long. A host
+  // bringing up a thousand ports over seconds then resizes a handful of rings, not one or two
+  // per port (each resize costs a socket).
+  static constexpr double kRingBudgetInterval = 0.5;
   static constexpr double kRewatchDelay = 5.0;
 
   struct RingGeometry {
@@ -107,8 +112,9 @@ class RawSocketPam : public Konet::Pam {
   bool ringReplace(const RingGeometry& geometry);
   bool ringResizeInPlace(const RingGeometry& geometry);
   void handleRetireClock();
-  static void ringBudgetKeep();
+  static void ringBudgetKeep(bool grow);
   static void ringBudgetPassPost(RawSocketPam& pam);
+  void handleBudgetClock();
 
   Ring rx_;        // where the kernel puts new frames
   Ring retiring_;  // the ring rx_ replaced, read first until it is empty
@@ -125,6 +131,7 @@ class RawSocketPam : public Konet::Pam {
   std::unique_ptr<Platform::FdWatch> retireWatch_;
   Platform::Clock rewatchClock_;
   Platform::Clock retireClock_;
+  Platform::Clock budgetClock_;  // armed on one port only, for the budget pass of all
   double retireBy_ = 0;  // frames the old ring still hides then are given up as dropped
   bool passPosted_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -98,8 +98,12 @@ class RxRingTest : public ::testing::Test {
   }
   // Sends `count` frames numbered from 0 from a thread of its own, `perMs` of them each
   // millisecond, while the test goes on; `sent` counts those the kernel took.
-  std::thread floodStart(uint32_t count, uint32_t perMs, std::atomic<uint32_t>& sent) {
-    return std::thread([count, perMs, &sent, ns = nsB_] {
+  std::thread floodStart(uint32_t count, uint32_t perMs, std::atomic<uint32_t>& sent, std::atomic<bool>& done) {
+    return std::thread([count, perMs, &sent, &done, ns = nsB_] {
+      struct Done {
+        std::atomic<bool>& done;
+        ~Done() { done = true; }
+      } finished{done};
       // Only this thread enters the namespace.
       const int target = ::open(("/var/run/netns/" + ns).c_str(), O_RDONLY | O_CLOEXEC);
       if (target < 0 || setns(target, CLONE_NEWNET) != 0) return;
@@ -216,10 +220,10 @@ TEST_F(RxRingTest, RingsTakeTheirShareOfTheBudgetAndGiveItBackToNewPorts) {
   s_.runFor(0.1);
   EXPECT_EQ(receiver_->ringBytes(), 512 * kKiB);
   EXPECT_EQ(sender_->ringBytes(), 512 * kKiB);
-  // ...and give it back when fourteen more are opened together, once the replaced rings are
-  // read out.
+  // ...and give it back when fourteen more are opened together, at the next budget pass, once
+  // the replaced rings are read out.
   portsOpen(14);
-  s_.runFor(0.2);
+  s_.runFor(RawSocketPam::kRingBudgetInterval + 0.2);
   for (const auto& pam : allPorts()) EXPECT_EQ(pam->ringBytes(), RawSocketPam::kRxRingBytes);
   EXPECT_EQ(RawSocketPam::ringBytesInUse(), 16 * RawSocketPam::kRxRingBytes);
   EXPECT_EQ(receiver_->rxRingResizesLossy(), 0u);
@@ -262,20 +266,23 @@ TEST_F(RxRingTest, RingsReplacedUnderTrafficLoseNothing) {
   auto reader = Platform::makeReactor<Reader>(receiver_);
   s_.runFor(0.05);
   ASSERT_EQ(receiver_->ringBytes(), RawSocketPam::kRxRingMaxBytes);
-  constexpr uint32_t kFrames = 20000;  // about 0.4 s
+  constexpr uint32_t kFrames = 100000;  // about 2 s
   std::atomic<uint32_t> sent{0};
-  std::thread flood = floodStart(kFrames, 50, sent);
+  std::atomic<bool> done{false};
+  std::thread flood = floodStart(kFrames, 50, sent, done);
   s_.runFor(0.1);
-  // A smaller budget and a new port: the rings come down to the new share...
+  // A smaller budget and a new port: at the next budget pass the rings come down to the new
+  // share...
   RawSocketPam::ringBudgetIs(1024 * kKiB);
   portsOpen(1);
-  s_.runFor(0.1);
+  s_.runFor(RawSocketPam::kRingBudgetInterval + 0.1);
   EXPECT_EQ(receiver_->ringBytes(), 256 * kKiB);
-  // ...and grow again when there is room.
+  // ...and grow again when there is room, once ports have stopped coming.
   RawSocketPam::ringBudgetIs(RawSocketPam::kRxRingBudget);
   portsOpen(1);
-  s_.runFor(0.1);
+  s_.runFor(2 * RawSocketPam::kRingBudgetInterval);
   EXPECT_EQ(receiver_->ringBytes(), RawSocketPam::kRxRingMaxBytes);
+  while (!done) s_.runFor(0.05);
   flood.join();
   s_.runFor(0.2);
   ASSERT_EQ(sent.load(), kFrames);
