@@ -4,12 +4,8 @@
 // budget and replaced without losing a frame.
 #include "linux/RawSocketPam.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/filter.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <sched.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,6 +19,8 @@
 
 namespace Linux {
 namespace {
+
+using namespace PacketSocket;
 
 const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED(
     {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
@@ -39,38 +37,6 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
      "If the message repeats while the interface is up, check the interface and its driver.", 60,
      {"INTERFACE", nullptr}});
 
-// Nominal frame size the ring request needs; frames are packed in blocks whatever it is.
-constexpr unsigned kRingFrameSize = 2048;
-
-#ifndef PACKET_FANOUT_FLAG_IGNORE_OUTGOING
-#define PACKET_FANOUT_FLAG_IGNORE_OUTGOING 0x4000
-#endif
-
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
-// Runs fn inside the named network namespace (or here, when the name is empty).
-template <class Fn>
-bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
-  if (netNs.empty()) return fn();
-  const int target = ::open(("/var/run/netns/" + netNs).c_str(), O_RDONLY | O_CLOEXEC);
-  if (target < 0) {
-    error = systemError(("network namespace " + netNs).c_str());
-    return false;
-  }
-  const int home = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-  if (home < 0 || setns(target, CLONE_NEWNET) != 0) {
-    error = systemError("setns");
-    ::close(target);
-    if (home >= 0) ::close(home);
-    return false;
-  }
-  const bool ok = fn();
-  setns(home, CLONE_NEWNET);
-  ::close(target);
-  ::close(home);
-  return ok;
-}
-
 // The rings of all ports of the process, in bytes: the current ones, which the budget governs,
 // and replaced ones still being read.
 size_t gRingBytes = 0;
@@ -86,118 +52,6 @@ double gPortsChangedLast = 0;
 std::set<RawSocketPam*>& allPams() {
   static std::set<RawSocketPam*> pams;
   return pams;
-}
-
-// Frames a fanout group's program or a socket's filter keeps: none.
-constexpr sock_filter kDropAll[] = {{BPF_RET | BPF_K, 0, 0, 0}};
-
-bool filterAttach(int fd, const std::vector<sock_filter>& program, std::string& error) {
-  if (program.empty()) {
-    // Nothing to detach is fine: the socket then takes every frame.
-    const int unused = 0;
-    if (setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof unused) != 0 && errno != ENOENT) {
-      error = systemError("SO_DETACH_FILTER");
-      return false;
-    }
-    return true;
-  }
-  sock_fprog fprog{static_cast<unsigned short>(program.size()), const_cast<sock_filter*>(program.data())};
-  if (setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof fprog) != 0) {
-    error = systemError("SO_ATTACH_FILTER");
-    return false;
-  }
-  return true;
-}
-
-std::vector<sock_filter> filterOf(const std::vector<Interface::FilterInstruction>& program) {
-  std::vector<sock_filter> filter;
-  for (const auto& i : program) filter.push_back({i.code, i.jt, i.jf, i.k});
-  return filter;
-}
-
-bool ringRequest(int fd, const RawSocketPam::RingGeometry& ring) {
-  tpacket_req3 req{};
-  req.tp_block_size = static_cast<unsigned>(ring.blockSize);
-  req.tp_block_nr = static_cast<unsigned>(ring.blockCount);
-  req.tp_frame_size = kRingFrameSize;  // nominal with this version: frames are packed
-  req.tp_frame_nr = static_cast<unsigned>(ring.blockSize / kRingFrameSize * ring.blockCount);
-  req.tp_retire_blk_tov = RawSocketPam::kRxBlockTimeoutMs;
-  return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
-}
-
-uint8_t* ringMap(int fd, const RawSocketPam::RingGeometry& ring) {
-  void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
-}
-
-// Sets up a socket and binds it, from which moment frames flow through `filter` into the ring.
-bool configure(int fd, unsigned ifIndex, int ethProtocol, const Konet::EthAddr& listenAddr, int sockPrio,
-               const std::vector<sock_filter>& filter, const RawSocketPam::RingGeometry& ring, std::string& error) {
-  if (!filterAttach(fd, filter, error)) return false;
-  const int version = TPACKET_V3;
-  if (setsockopt(fd, SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0) {
-    error = systemError("PACKET_VERSION");
-    return false;
-  }
-  if (!ringRequest(fd, ring)) {
-    error = systemError("PACKET_RX_RING");
-    return false;
-  }
-  // What this host transmits comes back on packet sockets: never a neighbour. Older kernels
-  // lack the option; the receive path skips such frames too.
-  const int on = 1;
-  setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
-  packet_mreq mreq{};
-  mreq.mr_ifindex = static_cast<int>(ifIndex);
-  mreq.mr_type = PACKET_MR_MULTICAST;
-  mreq.mr_alen = 6;
-  std::memcpy(mreq.mr_address, listenAddr.data(), 6);
-  if (setsockopt(fd, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0) {
-    error = systemError("PACKET_ADD_MEMBERSHIP");
-    return false;
-  }
-  if (setsockopt(fd, SOL_SOCKET, SO_PRIORITY, &sockPrio, sizeof sockPrio) != 0) {
-    error = systemError("SO_PRIORITY");
-    return false;
-  }
-  sockaddr_ll addr{};
-  addr.sll_family = AF_PACKET;
-  addr.sll_protocol = htons(static_cast<uint16_t>(ethProtocol));
-  addr.sll_ifindex = static_cast<int>(ifIndex);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    error = systemError("bind");
-    return false;
-  }
-  return true;
-}
-
-// A port's sockets form a fanout group whose program names the one socket that gets every
-// frame: when a ring is replaced, switching the program moves the flow from the old socket to
-// the new one at once, no frame lost and none received twice. Returns the group's id, 0 when
-// the kernel cannot do this (the ring is then resized in place).
-uint16_t fanoutCreate(int fd, uint16_t& flags) {
-  for (const uint16_t extra : {uint16_t(PACKET_FANOUT_FLAG_IGNORE_OUTGOING), uint16_t(0)}) {
-    const uint32_t arg = static_cast<uint32_t>(PACKET_FANOUT_CBPF | PACKET_FANOUT_FLAG_UNIQUEID | extra) << 16;
-    if (setsockopt(fd, SOL_PACKET, PACKET_FANOUT, &arg, sizeof arg) != 0) continue;
-    uint32_t group = 0;
-    socklen_t length = sizeof group;
-    if (getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &group, &length) != 0) return 0;
-    flags = extra;
-    return static_cast<uint16_t>(group & 0xffff);
-  }
-  return 0;
-}
-
-bool fanoutJoin(int fd, uint16_t id, uint16_t flags) {
-  const uint32_t arg = id | (static_cast<uint32_t>(PACKET_FANOUT_CBPF | flags) << 16);
-  return setsockopt(fd, SOL_PACKET, PACKET_FANOUT, &arg, sizeof arg) == 0;
-}
-
-// Sends every frame of the group to its member at `index` (members in the order they joined).
-bool fanoutSteer(int fd, uint32_t index) {
-  sock_filter code[] = {{BPF_RET | BPF_K, 0, 0, index}};
-  sock_fprog prog{1, code};
-  return setsockopt(fd, SOL_PACKET, PACKET_FANOUT_DATA, &prog, sizeof prog) == 0;
 }
 
 tpacket_block_desc* blockAt(uint8_t* ring, const RawSocketPam::RingGeometry& geometry, size_t block) {
@@ -252,8 +106,7 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
       error = systemError("socket");
       return false;
     }
-    return configure(ring.fd, setup.ifIndex, setup.ethProtocol, setup.listenAddr, setup.sockPrio,
-                     filterOf(setup.program), ring.geometry, error);
+    return configure(ring.fd, setup, setup.program, ring.geometry, kRxBlockTimeoutMs, error);
   });
   ring.map = ok ? ringMap(ring.fd, ring.geometry) : nullptr;
   if (ok && !ring.map) error = systemError("mmap of the receive ring");
@@ -352,11 +205,9 @@ bool RawSocketPam::ringReplace(const RingGeometry& geometry) {
   bool ok = inNetNs(setup_.netNs, error, [&] {
     ring.fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (ring.fd < 0) return false;
-    const std::vector<sock_filter> dropAll(std::begin(kDropAll), std::end(kDropAll));
-    return configure(ring.fd, setup_.ifIndex, setup_.ethProtocol, setup_.listenAddr, setup_.sockPrio, dropAll,
-                     geometry, error);
+    return configure(ring.fd, setup_, dropAll(), geometry, kRxBlockTimeoutMs, error);
   });
-  ok = ok && fanoutJoin(ring.fd, fanoutId_, fanoutFlags_) && filterAttach(ring.fd, filterOf(setup_.program), error);
+  ok = ok && fanoutJoin(ring.fd, fanoutId_, fanoutFlags_) && filterAttach(ring.fd, setup_.program, error);
   ring.map = ok ? ringMap(ring.fd, geometry) : nullptr;
   if (!ring.map || !fanoutSteer(ring.fd, 1)) {
     if (ring.map) munmap(ring.map, ring.bytes());
@@ -394,7 +245,7 @@ bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
   setsockopt(rx_.fd, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
   const RingGeometry least = ringGeometry(maxRxPktData_);
   for (const RingGeometry& g : {geometry, rx_.geometry, least}) {
-    if (!ringRequest(rx_.fd, g)) continue;
+    if (!ringRequest(rx_.fd, g, kRxBlockTimeoutMs)) continue;
     if ((rx_.map = ringMap(rx_.fd, g))) {
       rx_.geometry = g;
       break;

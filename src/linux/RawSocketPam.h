@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "linux/PacketSocket.h"
 #include "platform/PamManager.h"
 
 namespace Linux {
@@ -31,10 +32,10 @@ class RawSocketPam : public Konet::Pam {
   // The receive ring: blocks of whole pages, each holding at least one frame of the receive
   // size with the kernel's headers (16 KiB for 10236 bytes). A port opens with kRxRingBytes,
   // four such blocks, about 330 LLDPDUs of 112 bytes, so that opening many ports at once costs
-  // little; right after, every ring grows to its share of the budget: kRxRingMaxBytes with up
-  // to 16 ports, halved as ports are added down to kRxRingBytes (1,024 ports). Enough for a
-  // flood from the first frame: a 4 MiB ring holds about 20 ms at what one sender reaches on a
-  // veth. A ring whose backlog reaches half of it, or that overflowed, grows beyond its share
+  // little; right after the first ports open (later, once ports stop coming), every ring grows
+  // to its share of the budget: kRxRingMaxBytes with up to 16 ports, halved as ports are added
+  // down to kRxRingBytes (1,024 ports). Enough for a flood from the first frame: a 4 MiB ring
+  // holds about 20 ms at what one sender reaches on a veth. A ring whose backlog reaches half of it, or that overflowed, grows beyond its share
   // into what the budget has left; when a new port needs room, the largest rings come down to
   // the share. So 1,000 ports never hold more than 64 MiB of receive memory, besides a ring
   // being replaced for a moment.
@@ -54,10 +55,7 @@ class RawSocketPam : public Konet::Pam {
   static constexpr double kRingBudgetInterval = 0.5;
   static constexpr double kRewatchDelay = 5.0;
 
-  struct RingGeometry {
-    size_t blockSize;
-    size_t blockCount;
-  };
+  using RingGeometry = PacketSocket::RingGeometry;
   static RingGeometry ringGeometry(size_t maxRxPktData);
   size_t ringBytes() const { return rx_.bytes(); }
   uint64_t rxRingResizes() const { return rxRingResizes_; }
@@ -85,14 +83,7 @@ class RawSocketPam : public Konet::Pam {
     size_t bytes() const { return map ? geometry.blockSize * geometry.blockCount : 0; }
   };
   // How a socket of this port is set up, kept to open the socket of a new ring.
-  struct Setup {
-    std::vector<Interface::FilterInstruction> program;
-    Konet::EthAddr listenAddr;
-    int ethProtocol = 0;
-    int sockPrio = 0;
-    unsigned ifIndex = 0;
-    std::string netNs;
-  };
+  using Setup = PacketSocket::Setup;
 
   RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler);
   void watchIs();
