@@ -8,7 +8,8 @@
 #  3. fairness: a sustained flood on one port (rate limit off, then on) while a second port has
 #     a neighbour with a short TTL: does it flap, how late are the agent's LLDPDUs on that port,
 #     how long does `lldp show neighbors` take.
-# Usage: sudo bench/rx-flood.sh [FRAMES] [FLOOD_SECONDS] (defaults 200000 and 16).
+# Usage: sudo bench/rx-flood.sh [FRAMES] [FLOOD_SECONDS] (defaults 200000 and 16); the network
+# namespaces are named after RXFLOOD_NETNS (default rxflood), so that runs side by side differ.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 frames=${1:-200000}
@@ -28,6 +29,9 @@ cleanup() {
 trap cleanup EXIT
 [ "$(id -u)" = 0 ] || { echo "rx-flood.sh: needs root (network namespaces, raw sockets)" >&2; exit 2; }
 
+if [ -z "${LLDP_AGENT:-}" ] && [ -d "$top/build" ]; then
+  cmake --build "$top/build" --target lldp-agent lldp >/dev/null
+fi
 cc -O2 -Wall -o "$work/rx-sender" "$top/bench/rx-sender.c"
 cc -O2 -Wall -o "$work/ring-reader" "$top/bench/ring-reader.c"
 
