@@ -2,20 +2,22 @@
 # Receive under a flood, in one run on veth pairs between two network namespaces:
 #  1. the least a receiver can do (bench/ring-reader.c: counts frames from the same ring);
 #  2. the real lldp-agent, FRAMES LLDPDUs of 112 bytes at the highest rate one sender reaches,
-#     first from one MSAP, then cycling over 32: CPU per received LLDPDU and the share received
+#     first from one MSAP as soon as the freshly started agent has its ports (no warm-up: every
+#     frame sent counts), then cycling over 32: CPU per received LLDPDU and the share received
 #     (kernel drops included), from the agent's own counters;
 #  3. fairness: a sustained flood on one port (rate limit off, then on) while a second port has
 #     a neighbour with a short TTL: does it flap, how late are the agent's LLDPDUs on that port,
 #     how long does `lldp show neighbors` take.
-# Usage: sudo bench/rx-flood.sh [FRAMES] [FLOOD_SECONDS] (defaults 200000 and 16).
+# Usage: sudo bench/rx-flood.sh [FRAMES] [FLOOD_SECONDS] (defaults 200000 and 16); the network
+# namespaces are named after RXFLOOD_NETNS (default rxflood), so that runs side by side differ.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 frames=${1:-200000}
 floodSeconds=${2:-16}
 agent=${LLDP_AGENT:-$top/build/lldp-agent}
 cli=${LLDP_CLI:-$top/build/lldp}
-nsd=rxflood-agent
-nss=rxflood-sender
+nsd=${RXFLOOD_NETNS:-rxflood}-agent
+nss=${RXFLOOD_NETNS:-rxflood}-sender
 work=$(mktemp -d /tmp/rx-flood.XXXXXX)
 pid=
 cleanup() {
@@ -27,6 +29,9 @@ cleanup() {
 trap cleanup EXIT
 [ "$(id -u)" = 0 ] || { echo "rx-flood.sh: needs root (network namespaces, raw sockets)" >&2; exit 2; }
 
+if [ -z "${LLDP_AGENT:-}" ] && [ -d "$top/build" ]; then
+  cmake --build "$top/build" --target lldp-agent lldp >/dev/null
+fi
 cc -O2 -Wall -o "$work/rx-sender" "$top/bench/rx-sender.c"
 cc -O2 -Wall -o "$work/ring-reader" "$top/bench/ring-reader.c"
 
@@ -53,8 +58,8 @@ vethDrops() {
           $(ip netns exec "$nss" cat /sys/class/net/rxs0/statistics/tx_dropped)))
 }
 
-# The agent's ports start with a ring of 4 blocks of 16 KiB and grow it to at most 256 blocks
-# when it overflows; the bare reader runs with both sizes, the larger being the machine's limit.
+# A ring of 4 blocks of 16 KiB, the least an agent's port has, and one of 256 blocks, what each
+# port of an agent with up to 16 ports has: the larger is the machine's limit.
 declare -A readerUs readerShare
 for geometry in "16384 4" "16384 256"; do
   read -r blockBytes blocks <<<"$geometry"
@@ -97,14 +102,9 @@ counters() {
   lldp show statistics rxd0 --json | jq -r '.port[0].portStatus | "\(.rxFramesTotal) \(.rxKernelDropsTotal)"'
 }
 
-echo "== lldp-agent (pid $pid) on rxd0 =="
-# The first flood a port meets overflows its least ring, which then grows: shown apart.
-read -r rx0 kd0 < <(counters)
-out=$(send flood rxs0 60000 1)
-sleep 0.3
-read -r rx1 kd1 < <(counters)
-printf '  warm-up: offered 60000 at %s frames/s; received %d, kernel drops %d (the ring grows)\n' \
-  "$(awk '{print $6}' <<<"$out")" "$((rx1 - rx0))" "$((kd1 - kd0))"
+echo "== lldp-agent (pid $pid) on rxd0, from its start: every frame sent counts =="
+read -r rxStart kdStart < <(counters)
+sentTotal=0
 for msaps in 1 32; do
   read -r rx0 kd0 < <(counters)
   t0=$(cpuTicks $pid); n0=$(cpuNs $pid); v0=$(vethDrops)
@@ -114,6 +114,7 @@ for msaps in 1 32; do
   read -r rx1 kd1 < <(counters)
   read -r _ sent _ secs _ rate <<<"$out"
   got=$((rx1 - rx0))
+  sentTotal=$((sentTotal + sent))
   us=$(awk -v a="$n0" -v b="$n1" -v n="$got" 'BEGIN {printf "%.3f", (n ? (b - a) / 1000 / n : 0)}')
   usTicks=$(awk -v a="$t0" -v b="$t1" -v n="$got" -v hz="$hz" 'BEGIN {printf "%.3f", (n ? (b - a) / hz * 1e6 / n : 0)}')
   share=$(awk -v g="$got" -v s="$sent" 'BEGIN {printf "%.3f", 100 * g / s}')
@@ -123,6 +124,10 @@ for msaps in 1 32; do
     "$(awk -v a="$us" -v b="${readerUs[$msaps]}" 'BEGIN {printf "%.1f", (b > 0 ? a / b : 0)}')" \
     "$(awk -v a="$share" -v b="${readerShare[$msaps]}" 'BEGIN {printf "%.1f", (b > 0 ? 100 * a / b : 0)}')"
 done
+
+printf '  both floods, from the start: offered %d, received %d (%s%%), kernel drops %d\n' "$sentTotal" \
+  "$((rx1 - rxStart))" "$(awk -v g="$((rx1 - rxStart))" -v s="$sentTotal" 'BEGIN {printf "%.3f", 100 * g / s}')" \
+  "$((kd1 - kdStart))"
 
 # What the whole command costs on this machine without a flood: starting a process included.
 : >"$work/latency"

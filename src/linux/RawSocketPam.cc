@@ -1,14 +1,11 @@
 // AF_PACKET sockets: bound to one interface, the LLDP filter attached, the group address
 // joined, frames read from a memory-mapped ring in bounded passes, VLAN tags delivered beside
-// the frame, our own transmissions never received, kernel drops counted.
+// the frame, our own transmissions never received, kernel drops counted; rings sized within a
+// budget and replaced without losing a frame.
 #include "linux/RawSocketPam.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/filter.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <sched.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,6 +19,8 @@
 
 namespace Linux {
 namespace {
+
+using namespace PacketSocket;
 
 const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED(
     {"LLDP_PACKET_RECEIVE_FAILED", Platform::Severity::error,
@@ -38,111 +37,21 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
      "If the message repeats while the interface is up, check the interface and its driver.", 60,
      {"INTERFACE", nullptr}});
 
-// Nominal frame size the ring request needs; frames are packed in blocks whatever it is.
-constexpr unsigned kRingFrameSize = 2048;
-
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
-// Runs fn inside the named network namespace (or here, when the name is empty).
-template <class Fn>
-bool inNetNs(const std::string& netNs, std::string& error, Fn&& fn) {
-  if (netNs.empty()) return fn();
-  const int target = ::open(("/var/run/netns/" + netNs).c_str(), O_RDONLY | O_CLOEXEC);
-  if (target < 0) {
-    error = systemError(("network namespace " + netNs).c_str());
-    return false;
-  }
-  const int home = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-  if (home < 0 || setns(target, CLONE_NEWNET) != 0) {
-    error = systemError("setns");
-    ::close(target);
-    if (home >= 0) ::close(home);
-    return false;
-  }
-  const bool ok = fn();
-  setns(home, CLONE_NEWNET);
-  ::close(target);
-  ::close(home);
-  return ok;
-}
-
-// The rings of all ports of the process, in bytes: a port grows its ring only within the budget.
+// The rings of all ports of the process, in bytes: the current ones, which the budget governs,
+// and replaced ones still being read.
 size_t gRingBytes = 0;
+size_t gRetiringBytes = 0;
+size_t gRingBudget = RawSocketPam::kRxRingBudget;
+// One budget pass at a time, due on the clock of the port that asked for it: a batch of ports
+// opened together is sized once, with the number of ports known.
+RawSocketPam* gBudgetPassOwner = nullptr;
+bool gBudgetPassRun = false;  // since the first port of the process (again) was opened
+double gBudgetPassLast = 0;
+double gPortsChangedLast = 0;
+
 std::set<RawSocketPam*>& allPams() {
   static std::set<RawSocketPam*> pams;
   return pams;
-}
-
-bool ringRequest(int fd, const RawSocketPam::RingGeometry& ring) {
-  tpacket_req3 req{};
-  req.tp_block_size = static_cast<unsigned>(ring.blockSize);
-  req.tp_block_nr = static_cast<unsigned>(ring.blockCount);
-  req.tp_frame_size = kRingFrameSize;  // nominal with this version: frames are packed
-  req.tp_frame_nr = static_cast<unsigned>(ring.blockSize / kRingFrameSize * ring.blockCount);
-  req.tp_retire_blk_tov = RawSocketPam::kRxBlockTimeoutMs;
-  return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
-}
-
-uint8_t* ringMap(int fd, const RawSocketPam::RingGeometry& ring) {
-  void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
-}
-
-bool configure(int fd, const std::string& device, int32_t knownIfIndex,
-               const Interface::EthDevPamManager& config, const RawSocketPam::RingGeometry& ring,
-               std::string& error) {
-  // Bound by index: a device made again under the same name is another socket's business.
-  const unsigned ifIndex = knownIfIndex > 0 ? static_cast<unsigned>(knownIfIndex) : if_nametoindex(device.c_str());
-  if (!ifIndex) {
-    error = systemError(("interface " + device).c_str());
-    return false;
-  }
-  std::vector<sock_filter> program;
-  for (const auto& i : config.filterProgram()) program.push_back({i.code, i.jt, i.jf, i.k});
-  if (!program.empty()) {
-    sock_fprog fprog{static_cast<unsigned short>(program.size()), program.data()};
-    if (setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof fprog) != 0) {
-      error = systemError("SO_ATTACH_FILTER");
-      return false;
-    }
-  }
-  const int version = TPACKET_V3;
-  if (setsockopt(fd, SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0) {
-    error = systemError("PACKET_VERSION");
-    return false;
-  }
-  if (!ringRequest(fd, ring)) {
-    error = systemError("PACKET_RX_RING");
-    return false;
-  }
-  // What this host transmits comes back on packet sockets: never a neighbour. Older kernels
-  // lack the option; the receive path skips such frames too.
-  const int on = 1;
-  setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
-  packet_mreq mreq{};
-  mreq.mr_ifindex = static_cast<int>(ifIndex);
-  mreq.mr_type = PACKET_MR_MULTICAST;
-  mreq.mr_alen = 6;
-  std::memcpy(mreq.mr_address, config.listenAddr().data(), 6);
-  if (setsockopt(fd, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0) {
-    error = systemError("PACKET_ADD_MEMBERSHIP");
-    return false;
-  }
-  const int prio = config.sockPrio();
-  if (setsockopt(fd, SOL_SOCKET, SO_PRIORITY, &prio, sizeof prio) != 0) {
-    error = systemError("SO_PRIORITY");
-    return false;
-  }
-  // Frames flow from here on, through the filter into the ring.
-  sockaddr_ll addr{};
-  addr.sll_family = AF_PACKET;
-  addr.sll_protocol = htons(static_cast<uint16_t>(config.ethProtocol()));
-  addr.sll_ifindex = static_cast<int>(ifIndex);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    error = systemError("bind");
-    return false;
-  }
-  return true;
 }
 
 tpacket_block_desc* blockAt(uint8_t* ring, const RawSocketPam::RingGeometry& geometry, size_t block) {
@@ -158,6 +67,11 @@ const tpacket3_hdr* frameHdr(const uint8_t* frame) { return reinterpret_cast<con
 
 const sockaddr_ll* frameAddr(const uint8_t* frame) {
   return reinterpret_cast<const sockaddr_ll*>(frame + TPACKET_ALIGN(sizeof(tpacket3_hdr)));
+}
+
+bool frameFits(const uint8_t* frame, const uint8_t* blockEnd) {
+  const tpacket3_hdr* hdr = frameHdr(frame);
+  return frame + TPACKET3_HDRLEN <= blockEnd && frame + hdr->tp_mac + hdr->tp_snaplen <= blockEnd;
 }
 
 }  // namespace
@@ -176,114 +90,239 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
                                               int32_t ifIndex, const Interface::EthDevPamManager& config,
                                               Platform::Scheduler& scheduler, const std::string& netNs,
                                               std::string& error) {
-  const RingGeometry geometry = ringGeometry(config.maxRxPktData());
-  int fd = -1;
+  Ring ring;
+  ring.geometry = ringGeometry(config.maxRxPktData());
+  Setup setup{config.filterProgram(), config.listenAddr(), config.ethProtocol(), config.sockPrio(), 0, netNs};
   const bool ok = inNetNs(netNs, error, [&] {
+    // Bound by index: a device made again under the same name is another socket's business.
+    setup.ifIndex = ifIndex > 0 ? static_cast<unsigned>(ifIndex) : if_nametoindex(device.c_str());
+    if (!setup.ifIndex) {
+      error = systemError(("interface " + device).c_str());
+      return false;
+    }
     // No protocol yet: nothing is queued before the filter and the ring are in place.
-    fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    ring.fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (ring.fd < 0) {
       error = systemError("socket");
       return false;
     }
-    return configure(fd, device, ifIndex, config, geometry, error);
+    return configure(ring.fd, setup, setup.program, ring.geometry, kRxBlockTimeoutMs, error);
   });
-  uint8_t* ring = ok ? ringMap(fd, geometry) : nullptr;
-  if (ok && !ring) error = systemError("mmap of the receive ring");
-  if (!ring) {
-    if (fd >= 0) ::close(fd);
+  ring.map = ok ? ringMap(ring.fd, ring.geometry) : nullptr;
+  if (ok && !ring.map) error = systemError("mmap of the receive ring");
+  if (!ring.map) {
+    if (ring.fd >= 0) ::close(ring.fd);
     return nullptr;
   }
-  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, fd, ring, geometry, scheduler));
+  Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, ring, std::move(setup), scheduler));
+  pam->fanoutId_ = fanoutCreate(pam->rx_.fd, pam->fanoutFlags_);
   pam->separateDot1QHdr_ = config.separateDot1QHdr();
   pam->maxRxPktData_ = config.maxRxPktData();
   pam->watchIs();
-  ringBudgetKeep();
+  ringBudgetPassPost(*pam);
   return pam;
 }
 
-size_t RawSocketPam::ringBytesInUse() { return gRingBytes; }
+size_t RawSocketPam::ringBytesInUse() { return gRingBytes + gRetiringBytes; }
+size_t RawSocketPam::ringBudget() { return gRingBudget; }
+void RawSocketPam::ringBudgetIs(size_t bytes) { gRingBudget = bytes; }
 
-void RawSocketPam::ringBudgetKeep() {
-  // A new port always gets its least ring; grown rings give the room back, largest first.
-  while (gRingBytes > kRxRingBudget) {
+size_t RawSocketPam::ringShare(size_t ports) {
+  size_t share = kRxRingMaxBytes;
+  while (share > kRxRingBytes && share * ports > gRingBudget) share /= 2;
+  return share;
+}
+
+void RawSocketPam::ringBudgetPassPost(RawSocketPam& pam) {
+  gPortsChangedLast = pam.scheduler_.now();
+  if (gBudgetPassOwner) return;
+  gBudgetPassOwner = &pam;
+  const double now = pam.scheduler_.now();
+  pam.budgetClock_.timeMinIs(gBudgetPassRun ? std::max(now, gBudgetPassLast + kRingBudgetInterval) : now);
+}
+
+void RawSocketPam::handleBudgetClock() {
+  gBudgetPassOwner = nullptr;
+  const double now = scheduler_.now();
+  // Rings grow on the first pass, which sizes the ports the agent starts with, and later only
+  // once ports have stopped coming: a ring grown while more ports arrive would soon have to
+  // come down again, each resize costing a socket.
+  const bool settled = !gBudgetPassRun || now >= gPortsChangedLast + kRingBudgetInterval;
+  gBudgetPassRun = true;
+  gBudgetPassLast = now;
+  ringBudgetKeep(settled);
+  if (settled) return;
+  gBudgetPassOwner = this;
+  budgetClock_.timeMinIs(gPortsChangedLast + kRingBudgetInterval);
+}
+
+void RawSocketPam::ringBudgetKeep(bool grow) {
+  const size_t share = ringShare(allPams().size());
+  // Over the budget: the largest rings above the share come down to it, largest first.
+  while (gRingBytes > gRingBudget) {
     RawSocketPam* largest = nullptr;
     for (RawSocketPam* pam : allPams()) {
-      if (pam->ringBytes() > kRxRingBytes && (!largest || pam->ringBytes() > largest->ringBytes())) largest = pam;
+      if (pam->retiring_.map || pam->ringBytes() <= share) continue;
+      if (!largest || pam->ringBytes() > largest->ringBytes()) largest = pam;
     }
-    if (!largest) return;
-    largest->ringResize(kRxRingBytes);
+    if (!largest || !largest->ringResize(share)) break;
+  }
+  if (!grow) return;
+  // Room left: rings below the share grow to it.
+  for (RawSocketPam* pam : allPams()) {
+    if (pam->retiring_.map || pam->ringBytes() >= share) continue;
+    if (gRingBytes - pam->ringBytes() + share > gRingBudget) break;
+    pam->ringResize(share);
   }
 }
 
 void RawSocketPam::ringGrow() {
-  // Straight to the largest ring that the budget allows: each resize loses what the ring holds.
+  // Straight to the largest ring that the budget allows, beyond the share if there is room.
+  if (retiring_.map) return;
   const size_t bytes = ringBytes();
   size_t wanted = kRxRingMaxBytes;
-  while (wanted > bytes && gRingBytes - bytes + wanted > kRxRingBudget) wanted /= 4;
+  while (wanted > bytes && gRingBytes - bytes + wanted > gRingBudget) wanted /= 2;
   if (wanted <= bytes) return;
   ringResize(wanted);
 }
 
-void RawSocketPam::ringResize(size_t bytes) {
-  // What the ring still holds is lost with it, as are the frames that arrive while there is
-  // none (they wait in the socket's queue, which nobody reads): counted as dropped.
-  uint64_t lost = framesLeft_;
-  for (size_t b = 0; b < geometry_.blockCount; ++b) {
-    if (blockHeld_ && b == block_) continue;
-    const tpacket_block_desc* block = blockAt(ring_, geometry_, b);
-    if (blockStatus(block) & TP_STATUS_USER) lost += block->hdr.bh1.num_pkts;
-  }
-  munmap(ring_, ringBytes());
-  gRingBytes -= ringBytes();
-  ring_ = nullptr;
-  tpacket_req3 none{};
-  setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
-  const RingGeometry wanted{geometry_.blockSize, std::max<size_t>(2, bytes / geometry_.blockSize)};
-  const RingGeometry least = ringGeometry(maxRxPktData_);
-  for (const RingGeometry& g : {wanted, geometry_, least}) {
-    if (!ringRequest(fd_, g)) continue;
-    if ((ring_ = ringMap(fd_, g))) {
-      geometry_ = g;
-      break;
-    }
-    setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
-  }
-  block_ = 0;
-  blockHeld_ = false;
-  framesLeft_ = 0;
-  char byte;
-  while (recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
-  rxKernelDropsInc(lost);
-  if (!ring_) {
-    PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
-    return;
-  }
-  gRingBytes += ringBytes();
-  ++rxRingResizes_;
+bool RawSocketPam::ringResize(size_t bytes) {
+  const size_t blockSize = rx_.geometry.blockSize;
+  const RingGeometry wanted{blockSize, std::max<size_t>(2, bytes / blockSize)};
+  if (wanted.blockCount == rx_.geometry.blockCount || retiring_.map) return false;
+  if (fanoutId_ && ringReplace(wanted)) return true;
+  return ringResizeInPlace(wanted);
 }
 
-RawSocketPam::RawSocketPam(Konet::IntfId intfId, int fd, uint8_t* ring, RingGeometry geometry,
-                           Platform::Scheduler& scheduler)
-    : Pam(std::move(intfId)), fd_(fd), ring_(ring), geometry_(geometry), scheduler_(scheduler),
-      rewatchClock_(scheduler, [this] { watchIs(); }) {
+bool RawSocketPam::ringReplace(const RingGeometry& geometry) {
+  // The new socket joins the group as its second member while the program still names the
+  // first, takes its filter, and only then is named: the old socket gets every frame before
+  // that moment, the new one every frame after.
+  if (!fanoutSteer(rx_.fd, 0)) return false;
+  Ring ring;
+  ring.geometry = geometry;
+  std::string error;
+  bool ok = inNetNs(setup_.netNs, error, [&] {
+    ring.fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (ring.fd < 0) return false;
+    return configure(ring.fd, setup_, dropAll(), geometry, kRxBlockTimeoutMs, error);
+  });
+  ok = ok && fanoutJoin(ring.fd, fanoutId_, fanoutFlags_) && filterAttach(ring.fd, setup_.program, error);
+  ring.map = ok ? ringMap(ring.fd, geometry) : nullptr;
+  if (!ring.map || !fanoutSteer(ring.fd, 1)) {
+    if (ring.map) munmap(ring.map, ring.bytes());
+    if (ring.fd >= 0) ::close(ring.fd);
+    return false;
+  }
+  gRingBytes -= rx_.bytes();
+  gRetiringBytes += rx_.bytes();
+  retiring_ = rx_;
+  rx_ = ring;
+  gRingBytes += rx_.bytes();
+  // The old socket is still watched: the kernel hands over its last block by the timeout.
+  retireWatch_ = std::move(watch_);
+  watchIs();
+  retireClock_.timeMinIs(scheduler_.now() + kRingRetireDelay);
+  retireBy_ = scheduler_.now() + 20 * kRingRetireDelay;
+  ++rxRingResizes_;
+  return true;
+}
+
+bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
+  // What the ring still holds is lost with it, as are the frames that arrive while there is
+  // none (they wait in the socket's queue, which nobody reads): counted as dropped.
+  uint64_t lost = rx_.framesLeft;
+  for (size_t b = 0; b < rx_.geometry.blockCount; ++b) {
+    if (rx_.blockHeld && b == rx_.block) continue;
+    const tpacket_block_desc* block = blockAt(rx_.map, rx_.geometry, b);
+    if (blockStatus(block) & TP_STATUS_USER) lost += block->hdr.bh1.num_pkts;
+  }
+  const size_t before = rx_.bytes();
+  munmap(rx_.map, before);
+  gRingBytes -= before;
+  rx_.map = nullptr;
+  tpacket_req3 none{};
+  setsockopt(rx_.fd, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  const RingGeometry least = ringGeometry(maxRxPktData_);
+  for (const RingGeometry& g : {geometry, rx_.geometry, least}) {
+    if (!ringRequest(rx_.fd, g, kRxBlockTimeoutMs)) continue;
+    if ((rx_.map = ringMap(rx_.fd, g))) {
+      rx_.geometry = g;
+      break;
+    }
+    setsockopt(rx_.fd, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+  }
+  rx_.block = 0;
+  rx_.blockHeld = false;
+  rx_.framesLeft = 0;
+  char byte;
+  while (recv(rx_.fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
+  rxKernelDropsInc(lost);
+  if (!rx_.map) {
+    PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
+    return true;
+  }
+  gRingBytes += rx_.bytes();
+  ++rxRingResizes_;
+  ++rxRingResizesLossy_;
+  return rx_.bytes() != before;
+}
+
+void RawSocketPam::handleRetireClock() {
+  if (!retiring_.map) return;
+  if (ringWaiting(retiring_)) {
+    // Frames still to offer, in order before the new ring's: a pass takes them (last, as a
+    // reader may remove the port).
+    retireClock_.timeMinIs(scheduler_.now() + kRxBlockTimeoutMs / 1000.0);
+    passRun();
+    return;
+  }
+  uint64_t lost = framesFilling(retiring_);
+  if (lost != 0 && scheduler_.now() < retireBy_) {
+    // The kernel hands that block over within its timeout.
+    retireClock_.timeMinIs(scheduler_.now() + kRxBlockTimeoutMs / 1000.0);
+    return;
+  }
+  tpacket_stats_v3 stats{};
+  socklen_t length = sizeof stats;
+  if (getsockopt(retiring_.fd, SOL_PACKET, PACKET_STATISTICS, &stats, &length) == 0) lost += stats.tp_drops;
+  rxKernelDropsInc(lost);
+  retireWatch_.reset();
+  munmap(retiring_.map, retiring_.bytes());
+  gRetiringBytes -= retiring_.bytes();
+  ::close(retiring_.fd);
+  retiring_ = Ring{};
+  reading_ = &rx_;
+}
+
+RawSocketPam::RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler)
+    : Pam(std::move(intfId)), rx_(ring), setup_(std::move(setup)), scheduler_(scheduler),
+      rewatchClock_(scheduler, [this] { watchIs(); }), retireClock_(scheduler, [this] { handleRetireClock(); }),
+      budgetClock_(scheduler, [this] { handleBudgetClock(); }) {
   allPams().insert(this);
   gRingBytes += ringBytes();
 }
 
 RawSocketPam::~RawSocketPam() {
   *alive_ = false;
+  if (gBudgetPassOwner == this) gBudgetPassOwner = nullptr;  // its clock goes with it
   watch_.reset();
+  retireWatch_.reset();
   allPams().erase(this);
-  if (ring_) {
-    munmap(ring_, ringBytes());
-    gRingBytes -= ringBytes();
+  // The room this port leaves may let the others grow.
+  if (!allPams().empty()) ringBudgetPassPost(**allPams().begin());
+  if (allPams().empty()) gBudgetPassRun = false;
+  for (Ring* ring : {&rx_, &retiring_}) {
+    if (ring->map) munmap(ring->map, ring->bytes());
+    if (ring->fd >= 0) ::close(ring->fd);
   }
-  ::close(fd_);
+  gRingBytes -= rx_.bytes();
+  gRetiringBytes -= retiring_.bytes();
 }
 
 void RawSocketPam::watchIs() {
   watch_ = scheduler_.readableWatchIs(
-      fd_, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
+      rx_.fd, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
 }
 
 void RawSocketPam::handleReadable() {
@@ -300,7 +339,11 @@ void RawSocketPam::passRun() {
     const uint64_t drops = rxKernelDrops();
     rxKernelDropsRead();
     // The ring overflowed: a flood that this port's ring cannot hold gets a larger one.
-    if (rxKernelDrops() != drops) ringGrow();
+    if (rxKernelDrops() != drops) growDue_ = true;
+  }
+  if (growDue_) {
+    growDue_ = false;
+    ringGrow();
   }
   if (!more || passPosted_) return;
   // Readiness would bring us back too; the posted pass does not depend on how the kernel
@@ -314,65 +357,90 @@ void RawSocketPam::passRun() {
 }
 
 bool RawSocketPam::rxWaiting() {
-  if (!ring_) return false;
-  for (size_t tries = 0; tries <= geometry_.blockCount; ++tries) {
-    while (framesLeft_ > 0) {
+  if (retiring_.map) {
+    reading_ = &retiring_;
+    if (ringWaiting(retiring_)) return true;
+    // Frames in the block the kernel is still filling there come before the new ring's: it
+    // hands that block over within its timeout, and the old socket's watch brings us back.
+    if (framesFilling(retiring_) != 0) return false;
+  }
+  reading_ = &rx_;
+  return rx_.map && ringWaiting(rx_);
+}
+
+bool RawSocketPam::ringWaiting(Ring& ring) {
+  for (size_t tries = 0; tries <= ring.geometry.blockCount; ++tries) {
+    while (ring.framesLeft > 0) {
       // Our own transmissions, where the kernel could not be told to leave them out.
-      if (frameAddr(frame_)->sll_pkttype != PACKET_OUTGOING) return true;
-      frameNext();
+      if (frameAddr(ring.frame)->sll_pkttype != PACKET_OUTGOING) return true;
+      frameNext(ring);
     }
-    if (blockHeld_) blockRelease();
-    tpacket_block_desc* block = blockAt(ring_, geometry_, block_);
+    if (ring.blockHeld) blockRelease(ring);
+    tpacket_block_desc* block = blockAt(ring.map, ring.geometry, ring.block);
     const uint32_t status = blockStatus(block);
     if (!(status & TP_STATUS_USER)) return false;
-    blockHeld_ = true;
+    ring.blockHeld = true;
+    ring.lastSeq = block->hdr.bh1.seq_num;
     if (status & TP_STATUS_LOSING) lossSeen_ = true;
+    // Half the ring or more waits behind this block (the kernel fills blocks in order): grow
+    // before it overflows.
+    const size_t half = (ring.block + ring.geometry.blockCount / 2) % ring.geometry.blockCount;
+    if (&ring == &rx_ && (blockStatus(blockAt(ring.map, ring.geometry, half)) & TP_STATUS_USER)) growDue_ = true;
     const uint32_t first = block->hdr.bh1.offset_to_first_pkt;
-    framesLeft_ = first < geometry_.blockSize ? block->hdr.bh1.num_pkts : 0;
-    frame_ = reinterpret_cast<uint8_t*>(block) + first;
-    if (framesLeft_ > 0 && !frameFits()) framesLeft_ = 0;
+    ring.framesLeft = first < ring.geometry.blockSize ? block->hdr.bh1.num_pkts : 0;
+    ring.frame = reinterpret_cast<uint8_t*>(block) + first;
+    const uint8_t* blockEnd = reinterpret_cast<const uint8_t*>(block) + ring.geometry.blockSize;
+    if (ring.framesLeft > 0 && !frameFits(ring.frame, blockEnd)) ring.framesLeft = 0;
   }
   return false;
 }
 
-bool RawSocketPam::frameFits() const {
-  const uint8_t* blockEnd = reinterpret_cast<const uint8_t*>(blockAt(ring_, geometry_, block_)) + geometry_.blockSize;
-  const tpacket3_hdr* hdr = frameHdr(frame_);
-  return frame_ + TPACKET3_HDRLEN <= blockEnd && frame_ + hdr->tp_mac + hdr->tp_snaplen <= blockEnd;
+uint32_t RawSocketPam::framesFilling(const Ring& ring) {
+  const tpacket_block_desc* block = blockAt(ring.map, ring.geometry, ring.block);
+  if (blockStatus(block) & TP_STATUS_USER) return 0;
+  // A block the kernel has not begun again still holds its count from the round before.
+  if (__atomic_load_n(&block->hdr.bh1.seq_num, __ATOMIC_RELAXED) != ring.lastSeq + 1) return 0;
+  return __atomic_load_n(&block->hdr.bh1.num_pkts, __ATOMIC_RELAXED);
 }
 
-void RawSocketPam::frameNext() {
-  const uint32_t next = frameHdr(frame_)->tp_next_offset;
-  --framesLeft_;
-  frame_ += next;
+void RawSocketPam::frameNext(Ring& ring) {
+  const uint32_t next = frameHdr(ring.frame)->tp_next_offset;
+  --ring.framesLeft;
+  ring.frame += next;
   // A frame that would leave the block ends it: the kernel never writes one.
-  if (framesLeft_ > 0 && (next == 0 || !frameFits())) framesLeft_ = 0;
+  const uint8_t* blockEnd =
+      reinterpret_cast<const uint8_t*>(blockAt(ring.map, ring.geometry, ring.block)) + ring.geometry.blockSize;
+  if (ring.framesLeft > 0 && (next == 0 || !frameFits(ring.frame, blockEnd))) ring.framesLeft = 0;
 }
 
-void RawSocketPam::blockRelease() {
+void RawSocketPam::blockRelease(Ring& ring) {
   // Every block ours: the kernel had nowhere to put frames and may have dropped some.
   bool full = true;
-  for (size_t b = 0; b < geometry_.blockCount && full; ++b) {
-    full = blockStatus(blockAt(ring_, geometry_, b)) & TP_STATUS_USER;
+  for (size_t b = 0; b < ring.geometry.blockCount && full; ++b) {
+    full = blockStatus(blockAt(ring.map, ring.geometry, b)) & TP_STATUS_USER;
   }
   if (full) lossSeen_ = true;
-  __atomic_store_n(&blockAt(ring_, geometry_, block_)->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-  blockHeld_ = false;
-  framesLeft_ = 0;
-  block_ = (block_ + 1) % geometry_.blockCount;
+  __atomic_store_n(&blockAt(ring.map, ring.geometry, ring.block)->hdr.bh1.block_status, TP_STATUS_KERNEL,
+                   __ATOMIC_RELEASE);
+  ring.blockHeld = false;
+  ring.framesLeft = 0;
+  ring.block = (ring.block + 1) % ring.geometry.blockCount;
 }
 
 void RawSocketPam::rxSkip() {
-  if (rxWaiting()) frameNext();
+  if (rxWaiting()) frameNext(*reading_);
 }
 
 void RawSocketPam::rxKernelDropsRead() {
   lossSeen_ = false;
   // Reading the statistics resets them: each read is a difference.
-  tpacket_stats_v3 stats{};
-  socklen_t length = sizeof stats;
-  if (getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &stats, &length) != 0) return;
-  rxKernelDropsInc(stats.tp_drops);
+  for (const Ring* ring : {&retiring_, &rx_}) {
+    if (ring->fd < 0) continue;
+    tpacket_stats_v3 stats{};
+    socklen_t length = sizeof stats;
+    if (getsockopt(ring->fd, SOL_PACKET, PACKET_STATISTICS, &stats, &length) != 0) continue;
+    rxKernelDropsInc(stats.tp_drops);
+  }
 }
 
 void RawSocketPam::handleWaitError(std::error_code error) {
@@ -385,26 +453,27 @@ void RawSocketPam::handleWaitError(std::error_code error) {
 Platform::PacketPtr RawSocketPam::rxPkt() {
   rxTakenInc();
   if (!rxWaiting()) return nullptr;
+  Ring& ring = *reading_;
   Platform::PacketPtr pkt = Platform::PacketPool::instance().alloc();
   if (!pkt) {
-    frameNext();  // no buffer: the frame is lost, as when a socket's queue is full
+    frameNext(ring);  // no buffer: the frame is lost, as when a socket's queue is full
     return nullptr;
   }
-  const tpacket3_hdr* hdr = frameHdr(frame_);
+  const tpacket3_hdr* hdr = frameHdr(ring.frame);
   const size_t n = std::min<size_t>({hdr->tp_snaplen, maxRxPktData_, pkt->maxSharedData()});
   pkt->receivedIs(n);
-  std::memcpy(pkt->data(), frame_ + hdr->tp_mac, n);
+  std::memcpy(pkt->data(), ring.frame + hdr->tp_mac, n);
   if (separateDot1QHdr_ && (hdr->tp_status & TP_STATUS_VLAN_VALID)) {
     const uint16_t tpid = (hdr->tp_status & TP_STATUS_VLAN_TPID_VALID) ? hdr->hv1.tp_vlan_tpid : 0x8100;
     pkt->dot1QHdrIs(Platform::Packet::Dot1QTag{tpid, static_cast<uint16_t>(hdr->hv1.tp_vlan_tci)});
   }
-  frameNext();
+  frameNext(ring);
   rxFramesInc();
   return pkt;
 }
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
-  if (send(fd_, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
+  if (send(rx_.fd, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
     // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
     const int error = errno;
     txErrorsInc();
