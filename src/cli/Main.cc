@@ -1,17 +1,19 @@
 // lldp: the agent's command line. It asks the running agent through its socket; `lldp decode`
-// decodes captures and LLDPDU bytes offline.
+// decodes captures and LLDPDU bytes offline, through lldp-decode.
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 
 #include <iostream>
 #include <iterator>
 
 #include "cli/Commands.h"
 #include "cli/Completion.h"
-#include "cli/Decode.h"
+#include "cli/DecodeArgs.h"
 #include "cli/Render.h"
 #include "platform/Log.h"
 
@@ -19,37 +21,26 @@ namespace {
 
 constexpr int kBadInput = 2;
 
-int runDecode(const std::string& file, const std::optional<std::string>& hexText, bool json) {
-  std::string error;
-  std::vector<Cli::Frame> frames;
-  if (hexText) {
-    std::string text = *hexText;
-    if (text.empty() || text == "-") {
-      text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    }
-    auto frame = Cli::parseHexFrame(text, error);
-    if (!frame) {
-      std::cerr << "lldp decode: " << error << "\n";
-      return kBadInput;
-    }
-    frames.push_back(std::move(*frame));
-  } else {
-    auto read = Cli::readCapture(file, error);
-    if (!read) {
-      std::cerr << "lldp decode: " << error << "\n";
-      return kBadInput;
-    }
-    frames = std::move(*read);
+// `lldp decode` runs the decoder installed beside this program (or where the package puts it),
+// with the request as parsed here.
+int runDecoder(const Cli::DecodeArgs& args) {
+  std::string decoder = LLDP_DECODER;
+  char self[4096];
+  const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n > 0) {
+    std::string beside(self, static_cast<size_t>(n));
+    beside = beside.substr(0, beside.rfind('/') + 1) + "lldp-decode";
+    if (::access(beside.c_str(), X_OK) == 0) decoder = beside;
   }
-  // Neighbour messages belong to the agent's log, not to an offline decode.
-  Platform::logSinkIs([](const Platform::LogRecord&) {});
-  const Cli::DecodeResult result = Cli::decodeFrames(frames);
-  if (json) {
-    std::cout << Platform::jsonText(Cli::decodeJson(result)) << "\n";
-  } else {
-    Cli::renderDecodeText(result, std::cout);
-  }
-  return 0;
+  std::vector<std::string> words = Cli::decodeArgv(args);
+  words.insert(words.begin(), "lldp-decode");
+  std::vector<char*> argv;
+  for (std::string& w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  std::cout.flush();
+  ::execv(decoder.c_str(), argv.data());
+  std::cerr << "lldp decode: cannot run " << decoder << ": " << std::strerror(errno) << "\n";
+  return 1;
 }
 
 // Splits "[interface IFACE] KEY [VALUE]" into its parts; false when the count is wrong.
@@ -157,14 +148,8 @@ int main(int argc, char** argv) {
   auto* decode = app.add_subcommand(
       "decode", "Decode LLDP frames from a pcap/pcapng capture, or LLDPDU bytes in hexadecimal, "
                 "through the agent's receive path");
-  std::string file;
-  std::optional<std::string> hexText;
-  bool json = false;
-  decode->add_option("capture", file, "Capture file (pcap or pcapng)");
-  decode->add_option("--hex", hexText,
-                     "LLDPDU or Ethernet frame bytes in hexadecimal; '-' or no value reads standard input")
-      ->expected(0, 1);
-  decode->add_flag("--json", json, "Print JSON instead of text");
+  Cli::DecodeArgs decodeArgs;
+  Cli::addDecodeOptions(*decode, decodeArgs);
 
   try {
     app.parse(argc, argv);
@@ -178,13 +163,11 @@ int main(int argc, char** argv) {
   }
 
   if (decode->parsed()) {
-    const bool hexGiven = decode->count("--hex") > 0;
-    if (hexGiven == !file.empty()) {
-      std::cerr << "lldp decode: give either a capture file or --hex (see 'lldp decode --help')\n";
+    if (!Cli::decodeArgsComplete(*decode, decodeArgs)) {
+      std::cerr << Cli::kDecodeUsageError << "\n";
       return kBadInput;
     }
-    if (hexGiven && !hexText) hexText = std::string();
-    return runDecode(file, hexText, json);
+    return runDecoder(decodeArgs);
   }
   if (completion->parsed()) {
     std::cout << Cli::bashCompletion();

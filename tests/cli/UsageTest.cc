@@ -85,6 +85,23 @@ TEST_F(UsageTest, AWrongCommandLineIsStatusTwoWithOneLineNamingTheCommandAndItsH
   }
 }
 
+// `lldp decode` hands the request to lldp-decode: every form of it must arrive whole.
+TEST_F(UsageTest, DecodeRunsTheDecoderWithTheRequestAsGiven) {
+  const std::string lldpdu = "02 07 04 02 00 00 00 00 01 04 05 05 65 74 68 30 06 02 00 78 00 00";
+  Outcome run = lldp("decode --hex '" + lldpdu + "'");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("Neighbors: 1"));
+  run = lldp("--socket x decode --hex - --json");  // standard input, here empty
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "lldp decode: no bytes given\n");
+  std::ofstream(dir + "/-not-an-option") << "not a capture";
+  run = lldp("decode --json -- " + dir + "/-not-an-option");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, testing::StartsWith("lldp decode: "));
+  EXPECT_THAT(run.err, HasSubstr("-not-an-option"));
+  EXPECT_EQ(lines(run.err), 1u) << run.err;
+}
+
 TEST_F(UsageTest, NoAgentIsStatusOneWithOneLineSayingWhatToDo) {
   for (const char* args : {"show neighbors", "show status --json", "configure enabled false", "clear neighbors Ethernet1",
                            "watch", "config save", "tlv del"}) {
