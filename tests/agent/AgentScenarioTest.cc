@@ -20,10 +20,6 @@ TEST_F(AgentScenarioTest, TwoCellsStatusIsAccumulatedAndTheSecondSupervisorGetsI
   peerCell->remTablesInsertsInc(2);  // the other supervisor's agent learnt two
   EXPECT_EQ(all->remTablesInserts(), 3u);
   EXPECT_TRUE(all->portStatusHas("Ethernet1"));
-
-  cellDir->entryDel("2");
-  EXPECT_FALSE(statusDir->entryHas("2"));
-  EXPECT_EQ(all->remTablesInserts(), 1u);
 }
 
 TEST_F(AgentScenarioTest, ATelephoneIsClassifiedAndRemovedOnLinkDown) {
