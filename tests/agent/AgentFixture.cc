@@ -1,8 +1,6 @@
 // The agent under test, its neighbours' records and a peer on the simulated wire.
 #include "AgentFixture.h"
 
-#include "codec/LldpProtocol.h"
-
 namespace AgentTest {
 
 AgentFixture::AgentFixture() {
@@ -65,30 +63,6 @@ Lldp::RemoteSystem::Ptr AgentFixture::heard(const std::string& intf) const {
   const Lldp::PortStatus::Ptr& ps = peer->status->portStatus(intf);
   if (!ps || ps->remoteSystem().empty()) return {};
   return ps->remoteSystem().begin().value();
-}
-
-std::vector<WireTlv> AgentFixture::lastSent(const std::string& intf) const {
-  const auto sent = wire.sentBy("dut:" + intf);
-  if (sent.empty()) return {};
-  const std::vector<uint8_t>& frame = sent.back().frame;
-  std::vector<WireTlv> tlvs;
-  const uint8_t* cursor = frame.data() + 14;
-  const uint8_t* end = frame.data() + frame.size();
-  int type = 0, len = 0;
-  const uint8_t* info = nullptr;
-  while (cursor < end && Lldp::extractTlv(cursor, end, type, len, info) && type != Lldp::kTlvEnd) {
-    tlvs.push_back({type, std::vector<uint8_t>(info, info + len)});
-  }
-  EXPECT_EQ(type, Lldp::kTlvEnd) << "the LLDPDU on " << intf << " is not well formed";
-  return tlvs;
-}
-
-std::vector<WireTlv> AgentFixture::orgTlvsSent(const std::string& intf, uint32_t oui, int subtype) const {
-  std::vector<WireTlv> out;
-  for (const WireTlv& t : lastSent(intf)) {
-    if (t.type == Lldp::kTlvOrgSpecific && t.oui() == oui && t.subtype() == subtype) out.push_back(t);
-  }
-  return out;
 }
 
 }  // namespace AgentTest

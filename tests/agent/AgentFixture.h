@@ -19,18 +19,6 @@
 
 namespace AgentTest {
 
-// One TLV of an LLDPDU as it was on the wire.
-struct WireTlv {
-  int type = 0;
-  std::vector<uint8_t> info;
-  // Organisationally specific TLVs: the OUI, the subtype and what follows them.
-  uint32_t oui() const { return info.size() < 4 ? 0 : uint32_t(info[0]) << 16 | info[1] << 8 | info[2]; }
-  int subtype() const { return info.size() < 4 ? -1 : info[3]; }
-  std::vector<uint8_t> orgInfo() const {
-    return info.size() < 4 ? info : std::vector<uint8_t>(info.begin() + 4, info.end());
-  }
-};
-
 // An LLDPDU of a test neighbour: chassis (its MAC), port and time-to-live, then what the test adds.
 using NeighbourFrame = TestSupport::Lldpdu;
 
@@ -72,10 +60,6 @@ struct AgentFixture : ::testing::Test {
   // What the peer learnt from the agent on one port (null before the first LLDPDU).
   Lldp::RemoteSystem::Ptr heard(const std::string& intf) const;
   size_t sentBy(const std::string& intf) const { return wire.sentBy("dut:" + intf).size(); }
-  // The TLVs of the last LLDPDU the agent sent on a port (empty before the first).
-  std::vector<WireTlv> lastSent(const std::string& intf) const;
-  // The organisationally specific TLVs of that LLDPDU with one OUI and subtype.
-  std::vector<WireTlv> orgTlvsSent(const std::string& intf, uint32_t oui, int subtype) const;
   // A frame arriving at the agent's port from a test neighbour.
   void receive(const std::string& intf, const NeighbourFrame& frame) { wire.inject("dut:" + intf, frame.frame()); }
   bool traced(const std::string& text) const { return traces.has(text); }

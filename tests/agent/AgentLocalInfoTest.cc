@@ -1,4 +1,4 @@
-// What the whole agent answers its neighbours, read back from the LLDPDUs on the wire: a phone's
+// What the whole agent answers its neighbours, as the peer switch decodes it: a phone's
 // network-policy request and PoE requested power. The rules themselves are tested on the Input
 // root; these check that the agent wires them to the wire.
 #include "AgentFixture.h"
@@ -32,18 +32,18 @@ TEST_F(AgentLocalInfoTest, APhonesPolicyRequestIsAnsweredOnItsPort) {
   }
   startAgent();
   settle();
-  EXPECT_TRUE(orgTlvsSent("Ethernet1", kOuiTia, 2).empty()) << "no policy before anyone asks";
-  EXPECT_TRUE(orgTlvsSent("Ethernet1", kOuiTia, 1).empty());
+  ASSERT_TRUE(heard("Ethernet1"));
+  EXPECT_EQ(heard("Ethernet1")->networkPolicyTlvs(), 0u) << "no policy before anyone asks";
+  EXPECT_FALSE(heard("Ethernet1")->medCapabilitiesTlvReceived());
 
   receive("Ethernet1", NeighbourFrame(Konet::EthAddr(0x02, 0x0f, 0, 0, 0, 1), "port1", 120)
                            .org(kOuiTia, 1, kMedEndpoint)
                            .org(kOuiTia, 2, networkPolicy(6, false, 0, 0, 0)));
   settle();
-  EXPECT_EQ(orgTlvsSent("Ethernet1", kOuiTia, 1).size(), 1u) << "the capabilities TLV answers an LLDP-MED device";
-  const auto policies = orgTlvsSent("Ethernet1", kOuiTia, 2);
-  ASSERT_EQ(policies.size(), 1u);
-  EXPECT_EQ(policies[0].orgInfo(), networkPolicy(6, true, 300, 4, 34));
-  EXPECT_TRUE(orgTlvsSent("Ethernet2", kOuiTia, 2).empty()) << "the request is the port's own";
+  EXPECT_TRUE(heard("Ethernet1")->medCapabilitiesTlvReceived()) << "the capabilities TLV answers an LLDP-MED device";
+  EXPECT_EQ(heard("Ethernet1")->networkPolicyTlvs(), 1u);
+  EXPECT_EQ(heard("Ethernet1")->networkPolicyTlv(6), (Lldp::NetworkPolicyTlv{6, false, true, 300, 4, 34}));
+  EXPECT_EQ(heard("Ethernet2")->networkPolicyTlvs(), 0u) << "the request is the port's own";
 }
 
 // A Power Via MDI TLV with the 802.3at part: a powered device of the given type code asking for
@@ -55,8 +55,7 @@ std::vector<uint8_t> powerRequest(uint8_t typeCode, uint16_t deciWatts) {
 }
 
 TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
-  addPort("Ethernet1", 1);
-  wire.unlink("peer:Ethernet1");  // the port's neighbours are the test's devices alone
+  addPort("Ethernet1", 1);  // the peer switch asks for no power
   startAgent();
   auto poeDir = db.lookup<Platform::Dir>("environment/power/status/poePort");
   ASSERT_TRUE(poeDir);
@@ -67,8 +66,8 @@ TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
   grant->lldpNegotiationSupportedIs(true);
   poeDir->entryIs("Ethernet1", grant);
   settle();
-  ASSERT_EQ(orgTlvsSent("Ethernet1", kOuiDot3, 2).size(), 1u);
-  EXPECT_EQ(orgTlvsSent("Ethernet1", kOuiDot3, 2)[0].orgInfo().size(), 3u) << "no 802.3at part before a device asks";
+  ASSERT_TRUE(heard("Ethernet1") && heard("Ethernet1")->powerViaMdiTlvReceived());
+  EXPECT_FALSE(heard("Ethernet1")->powerViaMdiInfo().dot3atExtension) << "no 802.3at part before a device asks";
 
   receive("Ethernet1",
           NeighbourFrame(Konet::EthAddr(2, 0, 0, 0, 0xa, 1), "pd1", 120).org(kOuiDot3, 2, powerRequest(1, 125)));
@@ -77,11 +76,10 @@ TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
   settle();
   EXPECT_DOUBLE_EQ(localSystem()->localPort("Ethernet1")->localPortPoeInfo()->requestedPowerValue().value, 16.5);
   // What the agent answers: PD requested 16.5 W and 30 W allocated, in tenths of a watt.
-  const auto answer = orgTlvsSent("Ethernet1", kOuiDot3, 2);
-  ASSERT_EQ(answer.size(), 1u);
-  const std::vector<uint8_t> power = answer[0].orgInfo();
-  ASSERT_EQ(power.size(), 8u);
-  EXPECT_EQ(std::vector<uint8_t>(power.begin() + 4, power.end()), (std::vector<uint8_t>{0, 165, 1, 44}));
+  const Lldp::PowerViaMdiInfo answer = heard("Ethernet1")->powerViaMdiInfo();
+  EXPECT_TRUE(answer.dot3atExtension);
+  EXPECT_EQ(answer.pdRequestedPower, 165);
+  EXPECT_EQ(answer.pseAllocatedPower, 300);
 }
 
 }  // namespace
