@@ -14,34 +14,13 @@
 #include "platform/Log.h"
 #include "platform/SimPacketAccess.h"
 #include "platform/StateDb.h"
-#include "platform/Trace.h"
+#include "data/Lldpdu.h"
+#include "data/Traces.h"
 
 namespace AgentTest {
 
-// One TLV of an LLDPDU as it was on the wire.
-struct WireTlv {
-  int type = 0;
-  std::vector<uint8_t> info;
-  // Organisationally specific TLVs: the OUI, the subtype and what follows them.
-  uint32_t oui() const { return info.size() < 4 ? 0 : uint32_t(info[0]) << 16 | info[1] << 8 | info[2]; }
-  int subtype() const { return info.size() < 4 ? -1 : info[3]; }
-  std::vector<uint8_t> orgInfo() const {
-    return info.size() < 4 ? info : std::vector<uint8_t>(info.begin() + 4, info.end());
-  }
-};
-
 // An LLDPDU of a test neighbour: chassis (its MAC), port and time-to-live, then what the test adds.
-class NeighbourFrame {
- public:
-  NeighbourFrame(const Konet::EthAddr& mac, const std::string& port, uint16_t ttl);
-  NeighbourFrame& org(uint32_t oui, uint8_t subtype, const std::vector<uint8_t>& info);
-  // The Ethernet frame, End included.
-  std::vector<uint8_t> frame() const;
-
- private:
-  Konet::EthAddr mac_;
-  std::vector<WireTlv> tlvs_;
-};
+using NeighbourFrame = TestSupport::Lldpdu;
 
 struct AgentFixture : ::testing::Test {
   Platform::VirtualScheduler scheduler{0};
@@ -49,14 +28,12 @@ struct AgentFixture : ::testing::Test {
   Platform::StateDb db{scheduler, "1"};
   std::unique_ptr<Demo::StandaloneEngine> peer;
   std::unique_ptr<Lldp::Agent::Agent> agent;
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+  TestSupport::TraceCapture traces{"LldpAgent/9,LldpProtocolSm/8,LldpNbrClassificationSm/6"};
   Platform::CapturingLogSink logs;
 
   // The other agents' records, at their paths before the agent mounts them.
   Bridging::Config::Ptr bridging;
   Bridging::HwCapabilities::Ptr hwCapabilities;
-  Routing::Config::Ptr routing;
   System::NetStatus::Ptr netStatus;
   EntityMib::Status::Ptr entMib;
   Interface::AllEthPhyIntfStatusDir::Ptr phyDir;
@@ -75,7 +52,6 @@ struct AgentFixture : ::testing::Test {
   void addPort(const std::string& intf, int32_t ifIndex);
   // Starts the agent from its factory and runs its mounts.
   void startAgent();
-  void stopAgent();
 
   Lldp::CliConfig::Ptr cliConfig() const { return db.lookup<Lldp::CliConfig>("l2discovery/lldp/cliConfig"); }
   Lldp::Status::Ptr localStatus() const { return db.lookup<Lldp::Status>("l2discovery/lldp/status/local/1"); }
@@ -84,18 +60,10 @@ struct AgentFixture : ::testing::Test {
   // What the peer learnt from the agent on one port (null before the first LLDPDU).
   Lldp::RemoteSystem::Ptr heard(const std::string& intf) const;
   size_t sentBy(const std::string& intf) const { return wire.sentBy("dut:" + intf).size(); }
-  // The TLVs of the last LLDPDU the agent sent on a port (empty before the first).
-  std::vector<WireTlv> lastSent(const std::string& intf) const;
-  // The management addresses of that LLDPDU in wire order, as "address #interface-number"
-  // (IPv4 dotted, MAC addresses colon-separated, anything else in hex).
-  std::vector<std::string> managementAddressesSent(const std::string& intf) const;
-  // The organisationally specific TLVs of that LLDPDU with one OUI and subtype.
-  std::vector<WireTlv> orgTlvsSent(const std::string& intf, uint32_t oui, int subtype) const;
   // A frame arriving at the agent's port from a test neighbour.
   void receive(const std::string& intf, const NeighbourFrame& frame) { wire.inject("dut:" + intf, frame.frame()); }
-  bool traced(const std::string& text) const;
-  // Index of the first trace line containing text after line from; npos when none.
-  size_t tracedAt(const std::string& text, size_t from = 0) const;
+  bool traced(const std::string& text) const { return traces.has(text); }
+  size_t tracedAt(const std::string& text, size_t from = 0) const { return traces.at(text, from); }
 };
 
 }  // namespace AgentTest

@@ -1,6 +1,6 @@
 // The agent from its factory: mounts, the order of start-up, what the first LLDPDUs say, the
-// standby path, stale port statuses, outside writes through the state database (a clear request
-// across a restart, the 802.1X bypass), shutdown.
+// standby path, stale port statuses, outside writes through the state database (the command
+// line's switch, the 802.1X bypass), shutdown.
 #include "AgentFixture.h"
 #include "input/LldpInputSm.h"
 
@@ -52,10 +52,6 @@ TEST_F(AgentStartTest, StartsInOrderAndItsFirstLldpdusDescribeTheSwitch) {
   EXPECT_EQ(nbr->sysDesc().str(), "Switch OS 4.0");
   EXPECT_EQ(nbr->sysCapSupported().value, 0x14);
   EXPECT_EQ(nbr->sysCapEnabled().value, 0x04);
-
-  routing->routingIs(true);
-  scheduler.runFor(3);
-  EXPECT_EQ(heard("Ethernet1")->sysCapEnabled().value, 0x14) << "routing reaches the wire";
 }
 
 TEST_F(AgentStartTest, ShutdownSwitchesPacketAccessOffFirstAndLeavesNothingRunning) {
@@ -133,20 +129,7 @@ TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPat
   ASSERT_TRUE(db.list("l2discovery/lldp/status/all/portStatus", listing));
   EXPECT_EQ(listing.size(), 1u);
 
-  // A clear request is carried out once, also by a restarted agent.
   std::string error;
-  auto request = Platform::ptrCast<Lldp::RemTablesCliConfig>(
-      db.writableEntity("l2discovery/lldp/remTablesCliConfig", error));
-  ASSERT_TRUE(request) << error;
-  ASSERT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 1u);
-  request->remTablesClearRequestIs(Lldp::RemTablesClearRequest{scheduler.now(), "admin", "console"});
-  EXPECT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 0u);
-  stopAgent();
-  startAgent();
-  scheduler.runFor(35);
-  EXPECT_EQ(logs.count("LLDP_REMOTE_TABLES_CLEARED"), 1u) << "the restarted agent remembers the request";
-  EXPECT_EQ(localStatus()->portStatus("Ethernet1")->remoteSystems(), 1u);
-
   EXPECT_FALSE(db.writableEntity("l2discovery/lldp/config", error)) << "the agent's own output";
   auto cli = Platform::ptrCast<Lldp::CliConfig>(db.writableEntity("l2discovery/lldp/cliConfig", error));
   ASSERT_TRUE(cli) << error;
@@ -164,16 +147,6 @@ TEST_F(AgentStartTest, OutsideWritesToInputPathsTakeEffectAndStatusResolvesByPat
   EXPECT_TRUE(engine("Ethernet2"));
   dot1x->lldpBypassIs(false);
   EXPECT_FALSE(engine("Ethernet2"));
-
-  // An external TLV client adds its directory entry from outside, and its TLV goes out.
-  auto client = Platform::ptrCast<Lldp::ExternalTlvConfig>(
-      db.dirEntryIs("l2discovery/lldp/externalTlvs", "client1", "ExternalTlvConfig", error));
-  ASSERT_TRUE(client) << error;
-  const Lldp::UnknownOrgDefTlv tlv{Lldp::UnknownOrgDefTlv::Key(Lldp::Oui(0x001c73), 9, 1), Lldp::BoundedString507("x")};
-  client->portConfigIs("Ethernet1")->unknownOrgDefTlvIs(tlv.key, tlv);
-  scheduler.runFor(3);
-  ASSERT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9).size(), 1u);
-  EXPECT_EQ(orgTlvsSent("Ethernet1", 0x001c73, 9)[0].orgInfo(), std::vector<uint8_t>{'x'});
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "classification/LldpNbrClassificationSm.h"
-#include "platform/Trace.h"
+#include "data/Traces.h"
 
 namespace {
 
@@ -19,24 +19,16 @@ struct NbrClassificationTest : ::testing::Test {
   Identity::NbrClassification::Status::Ptr table = Platform::make<Identity::NbrClassification::Status>();
   Interface::AllEthPhyIntfStatusDir::Ptr phyDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();
   std::unique_ptr<NbrClassificationSm> sm;
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+  TestSupport::TraceCapture traces{"LldpNbrClassificationSm/9"};
   int32_t nextIndex = 1;
 
   NbrClassificationTest() {
-    previousSink = Platform::traceSinkIs(
-        [this](const Platform::TraceFacility&, int, std::string_view line) { traces.emplace_back(line); });
-    Platform::traceLevelsIs("LldpNbrClassificationSm/9");
     for (const char* intf : {"Ethernet1", "Ethernet2"}) {
       phyDir->intfStatusIs(intf)->linkStatusIs(Interface::LinkStatus::linkUp);
       status->portStatusIs(intf, 0.0);
     }
   }
-  ~NbrClassificationTest() override {
-    sm.reset();
-    Platform::traceLevelsIs("");
-    Platform::traceSinkIs(previousSink);
-  }
+  ~NbrClassificationTest() override { sm.reset(); }
   void start() { sm = Platform::makeReactor<NbrClassificationSm>(status, table, phyDir, scheduler); }
 
   // A neighbour learnt (or changed) on a port, as the receive path leaves it.
@@ -65,12 +57,7 @@ struct NbrClassificationTest : ::testing::Test {
     scheduler.runFor(1);  // a new time stamp for each frame
     status->lastPacketParsedTimeIs(scheduler.now());
   }
-  bool traced(const std::string& text) const {
-    for (const std::string& line : traces) {
-      if (line.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
+  bool traced(const std::string& text) const { return traces.has(text); }
 };
 
 TEST_F(NbrClassificationTest, TelephoneCapabilitySupportedIsEnoughAndItsLossUnregisters) {

@@ -25,15 +25,6 @@ PortFixture::PortFixture() {
   portConfig = config->portConfigIs("Ethernet5");
   localPort = localSystem->localPortIs("Ethernet5");
   portStatus = status->portStatusIs("Ethernet5", 0.0);
-  previousSink = Platform::traceSinkIs([this](const Platform::TraceFacility&, int, std::string_view line) {
-    traces.emplace_back(line);
-  });
-  Platform::traceLevelsIs("*/9");
-}
-
-PortFixture::~PortFixture() {
-  Platform::traceLevelsIs("");
-  Platform::traceSinkIs(previousSink);
 }
 
 void PortFixture::fillLocal() {
@@ -67,13 +58,6 @@ Lldp::RemoteSystem::PtrConst PortFixture::receive(const std::vector<uint8_t>& ll
   buffer.resize(lldpdu.size() + Lldp::kRxSlack, 0);
   return Lldp::processRxLldpdu(buffer.data(), buffer.data() + lldpdu.size(), *portConfig, *status,
                                *portStatus, peerMac, now);
-}
-
-bool PortFixture::traced(const std::string& text) const {
-  for (const std::string& line : traces) {
-    if (line.find(text) != std::string::npos) return true;
-  }
-  return false;
 }
 
 }  // namespace CodecTest

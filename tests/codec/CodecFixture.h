@@ -9,7 +9,7 @@
 #include "codec/LldpProtocol.h"
 #include "platform/Assert.h"
 #include "platform/Log.h"
-#include "platform/Trace.h"
+#include "data/Traces.h"
 
 namespace CodecTest {
 
@@ -28,12 +28,10 @@ struct PortFixture : ::testing::Test {
   Konet::EthAddr peerMac{0x00, 0x1c, 0x73, 0xaa, 0xbb, 0xcc};
   double now = 1000;
 
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+  TestSupport::TraceCapture traces{"*/9"};
   Platform::CapturingLogSink logs;
 
   PortFixture();
-  ~PortFixture() override;
 
   // A local system and port as the Input subsystem would fill them.
   void fillLocal();
@@ -41,7 +39,7 @@ struct PortFixture : ::testing::Test {
   std::vector<uint8_t> build();
   // Runs bytes through the receive path (with the receive buffer's zeroed slack behind them).
   Lldp::RemoteSystem::PtrConst receive(const std::vector<uint8_t>& lldpdu);
-  bool traced(const std::string& text) const;
+  bool traced(const std::string& text) const { return traces.has(text); }
 };
 
 // Runs one extension parser (subtype, length, information, record) over annotated hexadecimal.

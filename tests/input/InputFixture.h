@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "data/Traces.h"
 #include "input/CliPortConfig.h"
 #include "input/IntfTracking.h"
 #include "input/LldpInputSm.h"
@@ -25,8 +26,7 @@ struct InputFixture : ::testing::Test {
   Platform::VirtualScheduler scheduler{100};
   Platform::SimWire wire{scheduler};
   Platform::CapturingLogSink logs;
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+  TestSupport::TraceCapture traces{"LldpInputSm/9"};
 
   // What the agent mounts.
   Lldp::CliConfig::Ptr cliConfig = Platform::make<Lldp::CliConfig>();
@@ -64,14 +64,10 @@ struct InputFixture : ::testing::Test {
   Lldp::PortConfig::Ptr portConfig(const std::string& intf) const { return config->portConfig(intf); }
   Lldp::LocalPort::Ptr localPort(const std::string& intf) const { return localSystem->localPort(intf); }
   Input::InputSm* inputSm() const { return inputRoot->inputSm(); }
-  // The last LLDPDU the port sent, decoded by the receive path; null when it sent none.
-  Lldp::RemoteSystem::PtrConst lastSent(const std::string& intf) const;
-  size_t sentCount(const std::string& intf) const { return wire.sentBy("dut:" + intf).size(); }
   // An LLDPDU from a neighbour with the given chassis byte, arriving on the port.
   void fromNeighbour(const std::string& intf, uint8_t chassis);
-  // The index of the first trace line containing text (traces.size() when none does).
-  size_t tracedAt(const std::string& text) const;
-  bool traced(const std::string& text) const { return tracedAt(text) < traces.size(); }
+  size_t tracedAt(const std::string& text) const { return traces.at(text); }
+  bool traced(const std::string& text) const { return traces.has(text); }
 
  private:
   std::vector<std::string> devices_;

@@ -161,10 +161,10 @@ TEST_F(MgmtAddrTest, OnlyAddressesInTheManagementVrfAreAdvertised) {
 // The transmit option's interface takes the reserved head of the table and sends its address
 // alone; naming another interface, or none, gives it its own priority back.
 TEST_F(MgmtAddrTest, TheNamedInterfacesAddressIsFiledFirstAndSentAlone) {
+  cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan20"});  // before start-up
   start();
   intf("Loopback0", 500, "1.1.1.1");
   intf("Vlan10", 110, "10.0.0.1");
-  cliConfig->mgmtAddrTxOptionIs(MgmtAddrTxOption{MgmtAddrTxMode::intfName, "Vlan20"});
   EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
   intf("Vlan20", 120, "10.0.0.2");  // added after the option names it
   EXPECT_EQ(prio(), (Strings{"10.0.0.2", "1.1.1.1", "10.0.0.1"}));

@@ -178,16 +178,12 @@ TEST_F(PortTest, Dot1xBypassAdmitsAndRemovesDataLinkPorts) {
   dot1xStatus->lldpBypassIs(true);
   ASSERT_TRUE(portConfig("Ethernet1"));
   EXPECT_TRUE(traced("Dot1x's LLDP bypass enabled, using interface ( Ethernet1 ) with forwardingModel: 2"));
-  scheduler.runFor(5);
-  EXPECT_GE(sentCount("Ethernet1"), 1u);
+  EXPECT_TRUE(protocolRoot->protocolSm()->lldpPamSmHas("Ethernet1"));
 
   dot1xStatus->lldpBypassIs(false);
   EXPECT_FALSE(portConfig("Ethernet1"));
   EXPECT_FALSE(protocolRoot->protocolSm()->lldpPamSmHas("Ethernet1"));
   EXPECT_TRUE(portConfig("Ethernet2"));
-  const size_t sent = sentCount("Ethernet1");
-  scheduler.runFor(60);
-  EXPECT_EQ(sentCount("Ethernet1"), sent);
 }
 
 TEST_F(PortTest, StandbySupervisorDrivesOnlyItsOwnManagementPorts) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "HostFixture.h"
+#include "data/Traces.h"
 #include "platform/Reactor.h"
 #include "protocol/LldpProtocolSm.h"
 
@@ -64,11 +65,7 @@ TEST_F(NetnsTest, TaggedFramesArriveWithTheirTagSeparated) {
   });
   a.addPort("lldpa", mac);
   a.config->portConfig("lldpa")->adminStatusIs(Lldp::AdminStatus::rxOnly);
-  std::vector<std::string> traces;
-  auto previous = Platform::traceSinkIs([&](const Platform::TraceFacility&, int, std::string_view l) {
-    traces.emplace_back(l);
-  });
-  Platform::traceLevelsIs("LldpProtocolSm/6");
+  TestSupport::TraceCapture traces("LldpProtocolSm/6");
   s_.runFor(0.2);
   send({0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02, 0x00, 0x00, 0x00, 0xbb, 0x02,  // addresses
         0x81, 0x00, 0x00, 0x64,                                                // 802.1Q, VLAN 100
@@ -78,11 +75,8 @@ TEST_F(NetnsTest, TaggedFramesArriveWithTheirTagSeparated) {
         0x06, 0x02, 0x00, 0x78, 0x00, 0x00});                                  // TTL 120, End
   EXPECT_EQ(sender_->txFrames(), 1u);
   s_.runFor(0.5);
-  Platform::traceLevelsIs("");
-  Platform::traceSinkIs(previous);
   ASSERT_EQ(a.status->portStatus("lldpa")->remoteSystems(), 1u);
-  EXPECT_TRUE(std::any_of(traces.begin(), traces.end(),
-                          [](const std::string& t) { return t.find("with VLAN ID 100") != std::string::npos; }));
+  EXPECT_TRUE(traces.has("with VLAN ID 100"));
 }
 
 // Hears readable notifications but never takes a frame.

@@ -9,7 +9,7 @@
 
 #include "platform/Log.h"
 #include "platform/SimPacketAccess.h"
-#include "platform/Trace.h"
+#include "data/Traces.h"
 #include "demo/StandaloneEngine.h"
 #include "protocol/LldpProtocolSm.h"
 
@@ -31,12 +31,10 @@ struct EngineFixture : ::testing::Test {
   Platform::VirtualScheduler scheduler{0};
   Platform::SimWire wire{scheduler};
   Node dut{scheduler, wire, "dut", 1};
-  std::vector<std::string> traces;
-  Platform::TraceSink previousSink;
+  TestSupport::TraceCapture traces{"LldpProtocolSm/9"};
   Platform::CapturingLogSink logs;
 
   EngineFixture();
-  ~EngineFixture() override;
 
   LldpPamSm* engine() const { return dut.engine("Ethernet1"); }
   Lldp::PortStatus::Ptr portStatus() const { return dut.status->portStatus("Ethernet1"); }
@@ -47,7 +45,7 @@ struct EngineFixture : ::testing::Test {
   // An LLDP frame from a neighbour with the given chassis byte, TTL and system name.
   static std::vector<uint8_t> neighbourFrame(uint8_t chassis, uint16_t ttl, const std::string& sysName = "peer");
   void fromPeer(const std::vector<uint8_t>& frame) { wire.inject("dut:Ethernet1", frame); }
-  bool traced(const std::string& text) const;
+  bool traced(const std::string& text) const { return traces.has(text); }
 };
 
 }  // namespace ProtocolTest

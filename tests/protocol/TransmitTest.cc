@@ -159,23 +159,5 @@ TEST_F(EngineFixture, PacketExhaustionIsCounted) {
   EXPECT_EQ(sentTimes(), (Times{32}));  // carries on at the next interval
 }
 
-TEST_F(EngineFixture, TwoEnginesLearnEachOther) {
-  Node other(scheduler, wire, "other", 2);
-  other.addPort("Ethernet7");
-  wire.unlink("dut:Ethernet1");
-  wire.link("dut:Ethernet1", "other:Ethernet7");
-  scheduler.runUntil(60);
-  const auto& mine = portStatus()->remoteSystem();
-  ASSERT_EQ(mine.size(), 1u);
-  EXPECT_EQ(mine.begin().value()->sysName(), "other");
-  EXPECT_EQ(mine.begin().value()->msap().portIdentifier.stringValue(), "Ethernet7");
-  const auto& theirs = other.status->portStatus("Ethernet7")->remoteSystem();
-  ASSERT_EQ(theirs.size(), 1u);
-  EXPECT_EQ(theirs.begin().value()->sysName(), "dut");
-  scheduler.runUntil(3600);
-  EXPECT_EQ(dut.status->remTablesAgeouts(), 0u);
-  EXPECT_EQ(dut.status->remTablesInserts(), 1u);
-}
-
 }  // namespace
 }  // namespace ProtocolTest
