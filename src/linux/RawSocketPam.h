@@ -35,10 +35,10 @@ class RawSocketPam : public Konet::Pam {
   // little; right after the first ports open (later, once ports stop coming), every ring grows
   // to its share of the budget: kRxRingMaxBytes with up to 16 ports, halved as ports are added
   // down to kRxRingBytes (1,024 ports). Enough for a flood from the first frame: a 4 MiB ring
-  // holds about 20 ms at what one sender reaches on a veth. A ring whose backlog reaches half of it, or that overflowed, grows beyond its share
-  // into what the budget has left; when a new port needs room, the largest rings come down to
-  // the share. So 1,000 ports never hold more than 64 MiB of receive memory, besides a ring
-  // being replaced for a moment.
+  // holds about 20 ms at what one sender reaches on a veth. A ring whose backlog reaches half
+  // of it, or that overflowed, grows beyond its share into what the budget has left; when a
+  // new port needs room, the largest rings come down to the share. So 1,000 ports never hold
+  // more than 64 MiB of receive memory, besides a ring being replaced for a moment.
   static constexpr size_t kRxRingBytes = 64 * 1024;
   static constexpr size_t kRxRingMaxBytes = 4 * 1024 * 1024;
   static constexpr size_t kRxRingBudget = 64 * 1024 * 1024;

@@ -25,9 +25,10 @@ bool sameValue(const T& a, const U& b) {
 }
 
 // Storage plus the bookkeeping that keeps live iterators valid across erase (and, for hashed
-// storage, across an insert that rehashes; for a sorted array, across any insert or erase). Members removed while a walk is on are skipped;
-// members added may or may not be visited by that walk. An empty collection costs two pointers:
-// records carry many collections that are usually empty.
+// storage, across an insert that rehashes; for a sorted array, across any insert or erase).
+// Members removed while a walk is on are skipped; members added may or may not be visited by
+// that walk. An empty collection costs two pointers: records carry many collections that are
+// usually empty.
 template <class Map>
 class Coll {
  public:
