@@ -32,13 +32,11 @@ class FlatMap {
 
   template <class Q>
   iterator find(const Q& key) {
-    auto it = lowerBound(items_, key);
-    return it != items_.end() && !Compare{}(key, it->first) ? it : items_.end();
+    return findIn(items_, key);
   }
   template <class Q>
   const_iterator find(const Q& key) const {
-    auto it = lowerBound(items_, key);
-    return it != items_.end() && !Compare{}(key, it->first) ? it : items_.end();
+    return findIn(items_, key);
   }
 
   template <class KA, class VA>
@@ -51,6 +49,11 @@ class FlatMap {
   iterator erase(const_iterator it) { return items_.erase(it); }
 
  private:
+  template <class Items, class Q>
+  static auto findIn(Items& items, const Q& key) {
+    auto it = lowerBound(items, key);
+    return it != items.end() && !Compare{}(key, it->first) ? it : items.end();
+  }
   template <class Items, class Q>
   static auto lowerBound(Items& items, const Q& key) {
     return std::lower_bound(items.begin(), items.end(), key,
