@@ -117,36 +117,32 @@ void intfNameToVlanIdAndManAddrPriority(const Konet::IntfId& intfId, Bridging::V
   // Every name comes from the host or the operator (ens160, bond3000, Ethernet256), never from a
   // fixed port layout: numbers beyond a band are held at its edge, so the bands hold by
   // construction and the checks below guard this function alone.
-  auto held = [](uint32_t value, uint32_t limit) { return std::min(value, limit); };
   uint32_t& primary = manAddrPriority->primaryPriority;
   switch (intfId.kind()) {
     case Konet::IntfId::Kind::loopback:
-      primary = held(intfId.number(), managementPriorityBase - 3) + 2;
+      primary = std::min<uint32_t>(intfId.number(), managementPriorityBase - 3) + 2;
       bandCheck(primary < managementPriorityBase, "manAddrPriority->primaryPriority() < managementPriorityBase");
       break;
     case Konet::IntfId::Kind::management: {
-      const uint32_t slotId = held(intfId.module(), maxSlotId);
-      const uint32_t port = held(intfId.port(), mgmtIntfPerSlot);
-      LLDP_ASSERT(slotId <= maxSlotId);
-      LLDP_ASSERT(port <= mgmtIntfPerSlot);
+      const uint32_t slotId = std::min<uint32_t>(intfId.module(), maxSlotId);
+      const uint32_t port = std::min<uint32_t>(intfId.port(), mgmtIntfPerSlot);
       primary = managementPriorityBase + 10 * slotId + port;
       bandCheck(primary < ethernetPriorityBase, "manAddrPriority->primaryPriority() < ethernetPriorityBase");
       break;
     }
     case Konet::IntfId::Kind::ethernet: {
-      const uint32_t slotId = held(intfId.module(), maxSlotId);
-      const uint32_t port = held(intfId.port(), phyIntfPerSlot);
-      LLDP_ASSERT(slotId <= maxSlotId);
-      LLDP_ASSERT(port <= phyIntfPerSlot);
+      const uint32_t slotId = std::min<uint32_t>(intfId.module(), maxSlotId);
+      const uint32_t port = std::min<uint32_t>(intfId.port(), phyIntfPerSlot);
       // Ports count from 1; a host's port 0 (eth0) shares the first slot rather than wrap.
       const uint32_t index = phyIntfPerSlot * slotId + port;
-      const uint32_t lane = held(intfId.lane(), lanesPerPort - 1);
+      const uint32_t lane = std::min<uint32_t>(intfId.lane(), lanesPerPort - 1);
       primary = ethernetPriorityBase + lanesPerPort * (index == 0 ? 0 : index - 1) + lane;
       bandCheck(primary < portChannelPriorityBase, "manAddrPriority->primaryPriority() < portChannelPriorityBase");
       break;
     }
     case Konet::IntfId::Kind::portChannel:
-      primary = portChannelPriorityBase + held(intfId.number(), vlanPriorityBase - portChannelPriorityBase - 1);
+      primary = portChannelPriorityBase +
+                std::min<uint32_t>(intfId.number(), vlanPriorityBase - portChannelPriorityBase - 1);
       bandCheck(primary < vlanPriorityBase, "manAddrPriority->primaryPriority() < vlanPriorityBase");
       break;
     case Konet::IntfId::Kind::vlan: {
