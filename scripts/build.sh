@@ -9,5 +9,7 @@ case "$kind" in
   *) echo "usage: $0 [release|asan]" >&2; exit 2 ;;
 esac
 jobs=$(nproc)
+# A compiler cache, when the machine has one, makes rebuilds of other checkouts cheap.
+command -v ccache >/dev/null && flags+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$top" -B "$top/$dir" -G Ninja -DLLDP_WERROR=ON "${flags[@]}" >/dev/null
 cmake --build "$top/$dir" -j "$jobs"
