@@ -118,7 +118,8 @@ cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/lldp-agent
 root=$cache/bookworm-$(echo "$include" | sha256sum | cut -c1-16)
 mkdir -p "$cache"
 find "$cache" -mindepth 1 -maxdepth 1 -name 'bookworm-*' -mtime +7 -exec rm -rf {} +
-if [ ! -x "$root/sbin/init" ]; then
+# A root file system is moved into place only once complete.
+if [ ! -d "$root" ]; then
   say "making the Debian 12 root file system (cached in $cache)"
   # The mirrors this machine's apt uses.
   sources=()
@@ -126,7 +127,6 @@ if [ ! -x "$root/sbin/init" ]; then
     [ -s "$f" ] && grep -q '^[^#]*debian' "$f" && { sources=("$f"); break; }
   done
   rm -rf "$cache/new-$id"
-  [ -e "$root/sbin/init" ] || rm -rf "$root"  # left half made
   mmdebstrap --quiet --variant=minbase --include="$include" bookworm "$cache/new-$id" "${sources[@]}" \
     </dev/null >"$work/mmdebstrap.log" 2>&1 || { tail -n 20 "$work/mmdebstrap.log"; rm -rf "$cache/new-$id"; fail "mmdebstrap"; }
   # Another run may have made it meanwhile: then its copy stays.
@@ -181,7 +181,9 @@ inside env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-rec
 # socket must answer at the first try.
 inside lldp show status >"$work/status.txt" 2>&1 || fail "lldp show status right after the start: $(cat "$work/status.txt")"
 [ "$(inside systemctl is-active lldp-agent)" = active ] || fail "the service is not active"
-ok "installed; active; the socket answered at once after readiness"
+inside sh -c 'systemctl restart lldp-agent && lldp show status' >"$work/status.txt" 2>&1 ||
+  fail "lldp show status right after a restart: $(cat "$work/status.txt")"
+ok "installed; active; the socket answered at once after readiness (install and restart)"
 inside getent group lldp >/dev/null || fail "the package made no group lldp"
 [ "$(inside stat -c '%U:%G %a' /run/lldp-agent)" = "root:lldp 750" ] ||
   fail "runtime directory: $(inside stat -c '%U:%G %a' /run/lldp-agent)"
