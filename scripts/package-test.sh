@@ -188,7 +188,10 @@ inside getent group lldp >/dev/null || fail "the package made no group lldp"
 [ "$(inside stat -c '%U:%G %a' /run/lldp-agent)" = "root:lldp 750" ] ||
   fail "runtime directory: $(inside stat -c '%U:%G %a' /run/lldp-agent)"
 [ "$(inside lldp-agent --version)" = "lldp-agent $version" ] || fail "lldp-agent --version: $(inside lldp-agent --version)"
-ok "group lldp, /run/lldp-agent root:lldp 0750, version $version"
+# lldp runs the installed lldp-decode for a decode.
+inside lldp decode --hex '02 07 04 00 1c 73 00 00 01 04 07 03 00 1c 73 00 00 01 06 02 00 78 00 00' |
+  grep -q "00:1c:73:00:00:01" || fail "lldp decode does not find lldp-decode"
+ok "group lldp, /run/lldp-agent root:lldp 0750, version $version, lldp decode"
 exposure=$(inside systemd-analyze security --no-pager lldp-agent.service | sed -n 's/.*Overall exposure level for [^:]*: //p')
 [[ "$exposure" =~ (OK|SAFE|PERFECT) ]] || fail "systemd-analyze security: exposure $exposure"
 ok "systemd-analyze security: exposure $exposure"
