@@ -19,6 +19,15 @@ for kind in release asan; do
   total=$((total + ${count:-0}))
 done
 
+# Once, not per build: the Debian package on a booted system (root only: a container, netns).
+echo "=== the Debian package, installed on a booted Debian 12 system ==="
+if [ "$(id -u)" -eq 0 ]; then
+  "$top/scripts/package-test.sh"
+  total=$((total + 1))
+else
+  echo "skipped: scripts/package-test.sh needs root"
+fi
+
 echo "=== fuzz the receive path: ${LLDP_FUZZ_SECONDS:-60}s ==="
 "$top/scripts/fuzz.sh" "${LLDP_FUZZ_SECONDS:-60}"
 echo "tests: $total passed, 0 failed"

@@ -11,7 +11,11 @@
 
 namespace Daemon {
 
-inline constexpr const char* kDefaultConfigPath = "/etc/lldp-agent/lldp-agent.toml";
+// The build names the configuration directory of its install prefix.
+#ifndef LLDP_SYSCONFDIR
+#define LLDP_SYSCONFDIR "/etc"
+#endif
+inline constexpr const char* kDefaultConfigPath = LLDP_SYSCONFDIR "/lldp-agent/lldp-agent.toml";
 inline constexpr size_t kMaxConfigBytes = 1 << 20;
 inline constexpr size_t kMaxReportedErrors = 20;
 
