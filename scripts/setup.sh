@@ -9,7 +9,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   iproute2 tcpdump
-  libmicrohttpd-dev
+  libmicrohttpd-dev libcurl4-openssl-dev libgraphviz-dev graphviz
 )
 
 missing=()
