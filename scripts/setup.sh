@@ -9,7 +9,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   iproute2 tcpdump
-  libmicrohttpd-dev libcurl4-openssl-dev libgraphviz-dev graphviz
+  libmicrohttpd-dev libcurl4-openssl-dev libgraphviz-dev graphviz prometheus curl
 )
 
 missing=()
