@@ -20,7 +20,7 @@ void AgentMetrics::start() {
 
 void AgentMetrics::apply() {
   const Settings& s = daemon_.settings();
-  endpoint_.settingsIs({s.metricsListen, s.metricsTextfile, s.metricsTextfileInterval});
+  endpoint_.settingsIs({s.metricsListen, s.metricsTextfile, static_cast<double>(s.metricsTextfileInterval)});
 }
 
 void AgentMetrics::render(std::string& page) const {

@@ -326,7 +326,7 @@ const std::vector<ConfigKey>& configKeyTable() {
        "File the metrics are also written to, atomically, for node_exporter's textfile collector (name it "
        "*.prom in the collector's directory).",
        setMetricsTextfile, getGlobal<&Settings::metricsTextfile>, resetGlobal<&Settings::metricsTextfile>},
-      {"metrics.textfile-interval", "", G::global, T::number, 1, 3600, "seconds", {}, nullptr,
+      {"metrics.textfile-interval", "", G::global, T::integer, 1, 3600, "seconds", {}, nullptr,
        "Seconds between two writes of the metrics file.", setGlobal<&Settings::metricsTextfileInterval>,
        getGlobal<&Settings::metricsTextfileInterval>, resetGlobal<&Settings::metricsTextfileInterval>},
 

@@ -61,7 +61,7 @@ struct Settings {
   // The metrics endpoint and textfile; empty for none.
   std::string metricsListen;
   std::string metricsTextfile;
-  double metricsTextfileInterval = 15;
+  uint32_t metricsTextfileInterval = 15;
 
   std::map<std::string, PortSettings> ports;  // by interface name
 

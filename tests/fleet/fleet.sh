@@ -147,7 +147,7 @@ wait_check() {  # timeout line...
 
 total=$(( spines * leaves ))
 started=$(now)
-took=$(wait_check 120 "$total of $total links as expected, 0 not, 0 not expected")
+took=$(wait_check $(( 120 + 2 * agents )) "$total of $total links as expected, 0 not, 0 not expected")
 echo "fleet of $agents agents: every link found ${took}s after the last agent started"
 
 # The topology itself reproduces the wiring: each link once, both ends reporting.

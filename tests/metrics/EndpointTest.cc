@@ -147,7 +147,7 @@ TEST(MetricsConfigTest, ListenAddressesAndTextfilePaths) {
   EXPECT_TRUE(ConfigSchema::setText(s, "", "metrics.textfile", "lldp.prom")
                   ->text()
                   .starts_with("metrics.textfile: 'lldp.prom' is not an absolute path"));
-  EXPECT_FALSE(ConfigSchema::setText(s, "", "metrics.textfile-interval", "0.5") == std::nullopt);
+  EXPECT_TRUE(ConfigSchema::setText(s, "", "metrics.textfile-interval", "0"));
   EXPECT_FALSE(ConfigSchema::setText(s, "", "metrics.textfile-interval", "60"));
   EXPECT_EQ(s.metricsTextfileInterval, 60);
   // They render into the file form and load back.
