@@ -4,6 +4,7 @@
 #include <graphviz/cgraph.h>
 #include <graphviz/gvc.h>
 
+#include <cstdlib>
 #include <sstream>
 
 #include "cli/Model.h"
@@ -171,8 +172,9 @@ std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, st
   agseterrf([](char*) { return 0; });
   Agraph_t* g = agmemread(dotText.c_str());
   if (!g) {
-    const char* why = aglasterr();
+    char* why = aglasterr();  // the caller's to free
     error = "not a DOT graph" + std::string(why ? ": " + std::string(why) : "");
+    std::free(why);
     while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
     return std::nullopt;
   }

@@ -10,6 +10,10 @@
 #include "linux/AsioScheduler.h"
 #include "metrics/HttpServer.h"
 
+// Graphviz keeps font and plugin tables for the life of the process (fontconfig's cache among
+// them); those are the library's, not leaks of ours.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\nleak:libgvc.so\n"; }
+
 namespace {
 
 using namespace Cli;
