@@ -10,6 +10,7 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 tcpdump
   build-essential debhelper dpkg-dev lintian mmdebstrap systemd-container procps
+  libmicrohttpd-dev libcurl4-openssl-dev libgraphviz-dev graphviz prometheus curl
 )
 
 missing=()

@@ -21,26 +21,29 @@ namespace {
 
 constexpr int kBadInput = 2;
 
-// `lldp decode` runs the decoder installed beside this program (or where the package puts it),
-// with the request as parsed here.
-int runDecoder(const Cli::DecodeArgs& args) {
-  std::string decoder = LLDP_DECODER;
+// Runs a helper program installed beside this one (or where the package puts it) with words
+// as its arguments; returns only when it cannot.
+int runHelper(const char* name, std::string program, std::vector<std::string> words, const char* command) {
   char self[4096];
   const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
   if (n > 0) {
     std::string beside(self, static_cast<size_t>(n));
-    beside = beside.substr(0, beside.rfind('/') + 1) + "lldp-decode";
-    if (::access(beside.c_str(), X_OK) == 0) decoder = beside;
+    beside = beside.substr(0, beside.rfind('/') + 1) + name;
+    if (::access(beside.c_str(), X_OK) == 0) program = beside;
   }
-  std::vector<std::string> words = Cli::decodeArgv(args);
-  words.insert(words.begin(), "lldp-decode");
+  words.insert(words.begin(), name);
   std::vector<char*> argv;
   for (std::string& w : words) argv.push_back(w.data());
   argv.push_back(nullptr);
   std::cout.flush();
-  ::execv(decoder.c_str(), argv.data());
-  std::cerr << "lldp decode: cannot run " << decoder << ": " << std::strerror(errno) << "\n";
+  ::execv(program.c_str(), argv.data());
+  std::cerr << command << ": cannot run " << program << ": " << std::strerror(errno) << "\n";
   return 1;
+}
+
+// `lldp decode` runs lldp-decode with the request as parsed here.
+int runDecoder(const Cli::DecodeArgs& args) {
+  return runHelper("lldp-decode", LLDP_DECODER, Cli::decodeArgv(args), "lldp decode");
 }
 
 // Splits "[interface IFACE] KEY [VALUE]" into its parts; false when the count is wrong.
@@ -150,6 +153,29 @@ int main(int argc, char** argv) {
                 "through the agent's receive path");
   Cli::DecodeArgs decodeArgs;
   Cli::addDecodeOptions(*decode, decodeArgs);
+
+  // `lldp topology` is lldp-topology, which reads its own options (and answers --help).
+  auto* topology = app.add_subcommand("topology", "The links of a fleet from Prometheus, or of this host, as a "
+                                                  "table, JSON, DOT or SVG; `topology check` compares the cabling "
+                                                  "with the intended wiring (see 'lldp topology --help')");
+  (void)topology;  // listed in --help; run before parsing, below
+
+  // `lldp [--socket PATH] topology ARGS...`: everything after the word is lldp-topology's.
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word == "--socket" && i + 1 < argc) {
+      socketPath = argv[++i];
+      continue;
+    }
+    if (word.starts_with("--socket=")) {
+      socketPath = std::string(word.substr(9));
+      continue;
+    }
+    if (word != "topology") break;
+    std::vector<std::string> words(argv + i + 1, argv + argc);
+    if (!socketPath.empty()) words.insert(words.end(), {"--socket", socketPath});
+    return runHelper("lldp-topology", LLDP_TOPOLOGY, std::move(words), "lldp topology");
+  }
 
   try {
     app.parse(argc, argv);

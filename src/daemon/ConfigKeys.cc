@@ -4,6 +4,8 @@
 
 #include <type_traits>
 
+#include "metrics/ListenAddress.h"
+
 namespace Daemon {
 namespace {
 
@@ -227,6 +229,21 @@ void resetExternalTlv(Settings&, PortSettings* p, const ConfigKeyParams& params)
 using G = ConfigScope;
 using T = ConfigType;
 
+std::string setMetricsListen(Settings& s, PortSettings*, const ConfigKeyParams&, const ConfigValue& v) {
+  const std::string& text = std::get<std::string>(v);
+  std::string why;
+  if (!text.empty() && !Metrics::listenAddressOf(text, why)) return why;
+  s.metricsListen = text;
+  return {};
+}
+
+std::string setMetricsTextfile(Settings& s, PortSettings*, const ConfigKeyParams&, const ConfigValue& v) {
+  const std::string& path = std::get<std::string>(v);
+  if (!path.empty() && path.front() != '/') return "'" + path + "' is not an absolute path";
+  s.metricsTextfile = path;
+  return {};
+}
+
 #define LLDP_BOOL_TLV(key, member, what)                                                            \
   ConfigKey{key, #member, G::global, T::boolean, 0, 0, "", {}, nullptr,                               \
             "Send the " what " TLV.", setGlobal<&Settings::member>, getGlobal<&Settings::member>, \
@@ -301,6 +318,17 @@ const std::vector<ConfigKey>& configKeyTable() {
          return setPatterns(s.excludeIntfs, v);
        },
        getGlobal<&Settings::excludeIntfs>, resetGlobal<&Settings::excludeIntfs>},
+      {"metrics.listen", "", G::global, T::text, 0, 64, "", {}, "an address and port such as 127.0.0.1:9808, [::]:9808 or 9808, or empty for none",
+       "Where Prometheus scrapes the agent's metrics (http://ADDRESS:PORT/metrics); an address alone listens on "
+       "port 9808, a port alone on every address.",
+       setMetricsListen, getGlobal<&Settings::metricsListen>, resetGlobal<&Settings::metricsListen>},
+      {"metrics.textfile", "", G::global, T::text, 0, 4096, "", {}, "an absolute path, or empty for none",
+       "File the metrics are also written to, atomically, for node_exporter's textfile collector (name it "
+       "*.prom in the collector's directory).",
+       setMetricsTextfile, getGlobal<&Settings::metricsTextfile>, resetGlobal<&Settings::metricsTextfile>},
+      {"metrics.textfile-interval", "", G::global, T::integer, 1, 3600, "seconds", {}, nullptr,
+       "Seconds between two writes of the metrics file.", setGlobal<&Settings::metricsTextfileInterval>,
+       getGlobal<&Settings::metricsTextfileInterval>, resetGlobal<&Settings::metricsTextfileInterval>},
 
       {"admin-status", "adminStatus", G::port, T::choice, 0, 0, "",
        {"tx-rx", "tx", "rx", "disabled"}, nullptr,

@@ -58,6 +58,11 @@ struct Settings {
   std::optional<std::string> sysName;
   std::optional<std::string> sysDesc;
 
+  // The metrics endpoint and textfile; empty for none.
+  std::string metricsListen;
+  std::string metricsTextfile;
+  uint32_t metricsTextfileInterval = 15;
+
   std::map<std::string, PortSettings> ports;  // by interface name
 
   bool operator==(const Settings&) const = default;

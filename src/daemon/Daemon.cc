@@ -218,6 +218,7 @@ std::vector<std::string> LldpDaemon::settingsIs(const Settings& next) {
   if (cliConfig_) applyCliConfig(settings_, *cliConfig_);
   if (externalTlvConfig_) applyExternalTlvs(settings_, *externalTlvConfig_);
   doApplyHostSettings(&previous);
+  for (const auto& fn : onSettingsChanged_) fn();
   return changed;
 }
 

@@ -76,6 +76,8 @@ class LldpDaemon {
   bool reload(std::vector<std::string>* errors = nullptr);
   // Applies new settings by difference; returns the keys that changed, as "interface.eth1.x".
   std::vector<std::string> settingsIs(const Settings& next);
+  // Called after each change of the running settings, however it came (reload, socket).
+  void settingsChangedAdd(std::function<void()> fn) { onSettingsChanged_.push_back(std::move(fn)); }
 
   // Shutdown in order: the agent (packet access first), then the host sources. Idempotent.
   void shutdown();
@@ -111,6 +113,7 @@ class LldpDaemon {
   std::unique_ptr<Linux::HostSources> host_;
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onFatal_;
+  std::vector<std::function<void()>> onSettingsChanged_;
   double startTime_ = 0;
   bool ready_ = false;
   bool stopped_ = false;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "daemon/AgentMetrics.h"
 #include "daemon/ControlSocket.h"
 #include "daemon/Daemon.h"
 #include "daemon/Privileges.h"
@@ -154,6 +155,7 @@ int main(int argc, char** argv) {
   options.missingConfigIsDefault = defaultPath;
   Daemon::LldpDaemon daemon(scheduler, options, std::move(*load.settings));
   ServiceManager service(scheduler, daemon);
+  Daemon::AgentMetrics metrics(daemon);
   int exitCode = 0;
   std::unique_ptr<Daemon::ControlSocket> socket;
 #ifdef LLDP_HAVE_STATE_SOCKET
@@ -180,6 +182,7 @@ int main(int argc, char** argv) {
       fail("state socket " + cl.socketPath + ": " + socketError);
       return;
     }
+    metrics.start();  // a metrics address that cannot be bound is logged; LLDP runs on
     if (std::string error = Daemon::dropPrivileges(cl.user); !error.empty()) {
       fail("dropping privileges: " + error);
       return;
