@@ -58,6 +58,12 @@ struct Settings {
   std::optional<std::string> sysName;
   std::optional<std::string> sysDesc;
 
+  // The SNMP subagent (AgentX), and its lldpRemTablesChange notifications.
+  bool snmpEnabled = false;
+  std::string snmpAgentxSocket = "/var/agentx/master";
+  bool snmpNotifications = false;
+  uint32_t snmpNotificationInterval = 5;
+
   std::map<std::string, PortSettings> ports;  // by interface name
 
   bool operator==(const Settings&) const = default;
