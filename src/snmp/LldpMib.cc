@@ -33,9 +33,6 @@ Value oidValue(const std::vector<uint32_t>& oid) {
   return Value::objectId(Oid(oid.begin(), oid.end()));
 }
 
-const PortEntry& portOf(const Row& row) { return *static_cast<const PortEntry*>(row.parent); }
-const NeighbourEntry& neighbourOf(const Row& row) { return *static_cast<const NeighbourEntry*>(row.parent); }
-const RemoteSystem& remoteOf(const Row& row) { return *neighbourOf(row).remote; }
 
 }  // namespace
 
@@ -60,6 +57,18 @@ std::string bitsText(uint32_t value, int bits) {
     if (value & (1u << i)) out[static_cast<size_t>(i / 8)] = static_cast<char>(out[static_cast<size_t>(i / 8)] | (0x80 >> (i % 8)));
   }
   return out;
+}
+
+std::string bitText(uint32_t n) {
+  std::string out(n / 8 + 1, '\0');
+  out[n / 8] = static_cast<char>(0x80 >> (n % 8));
+  return out;
+}
+
+Oid extensionOid(SubId oui, std::initializer_list<SubId> tail) {
+  Oid oid = lldpOid({1, 5, oui, 1});
+  oid.insert(oid.end(), tail);
+  return oid;
 }
 
 std::string capabilitiesBits(const Lldp::SystemCapabilitiesMap& caps) { return bitsText(caps.value, 8); }

@@ -119,9 +119,25 @@ class LldpMibData : public Platform::Reactor {
   uint64_t rebuilds_ = 0;
 };
 
+// What a row of a port or neighbour table stands for.
+inline const PortEntry& portOf(const Row& row) { return *static_cast<const PortEntry*>(row.parent); }
+inline const NeighbourEntry& neighbourOf(const Row& row) { return *static_cast<const NeighbourEntry*>(row.parent); }
+inline const Lldp::RemoteSystem& remoteOf(const Row& row) { return *neighbourOf(row).remote; }
+template <class T>
+const T& memberOf(const Row& row) {
+  return *static_cast<const T*>(row.member);
+}
+using PortRows = ParentRows<PortEntry>;
+using NeighbourRows = ParentRows<NeighbourEntry>;
+
+// An extension module's objects: lldpExtensions.<oui>.1.<tail>.
+Oid extensionOid(SubId oui, std::initializer_list<SubId> tail);
+
 // Octet-string forms shared by the modules.
 // BITS: bit n is the most significant bit of octet n / 8 onwards; at least one octet.
 std::string bitsText(uint32_t value, int bits);
+// BITS with the one bit n set (an index of BITS syntax).
+std::string bitText(uint32_t n);
 // LldpSystemCapabilitiesMap from the 16-bit capability map.
 std::string capabilitiesBits(const Lldp::SystemCapabilitiesMap& caps);
 

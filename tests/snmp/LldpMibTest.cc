@@ -102,7 +102,7 @@ TEST_F(LldpMibTest, RemoteRowsAreIndexedByTimeMarkPortAndNeighbourIndex) {
   portStatus("eth1")->remoteSystemDel(4);
   neighbourIs("eth2", 2, "d", 0);
   std::vector<std::string> names;
-  for (const auto& [o, v] : walkList(kRem + ".5")) names.push_back(v.bytes);
+  for (const auto& [o, v] : walk(kRem + ".5")) names.push_back(v.bytes);
   EXPECT_THAT(names, ElementsAre("d", "b", "c"));
 }
 

@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include <utility>
+#include <vector>
 #include <string>
 
 #include "snmp/LldpMib.h"
@@ -63,13 +64,8 @@ class MibFixture : public ::testing::Test {
   }
 
   std::optional<Value> get(const std::string& text) { return mib().get(oid(text)).value; }
-  // Every instance under the prefix, in walk order, as text.
-  std::map<std::string, Value> walk(const std::string& prefix) {
-    std::map<std::string, Value> out;
-    for (const auto& [o, v] : walkList(prefix)) out[o] = v;
-    return out;
-  }
-  std::vector<std::pair<std::string, Value>> walkList(const std::string& prefix) {
+  // Every instance under the prefix, in walk order, with its identifier as text.
+  std::vector<std::pair<std::string, Value>> walk(const std::string& prefix) {
     std::vector<std::pair<std::string, Value>> out;
     const Oid root = oid(prefix);
     Oid at = root;
