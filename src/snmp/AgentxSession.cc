@@ -40,7 +40,7 @@ AgentxSession::~AgentxSession() { stop(); }
 void AgentxSession::start() {
   if (state_ != State::idle) return;
   state_ = State::waiting;
-  retryDelay_ = options_.retryMin;
+  retryDelay_ = options_.retryInterval;
   doConnect();
 }
 
@@ -80,9 +80,8 @@ void AgentxSession::doConnect() {
   if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
     lastError_ = errnoText("connect");
     if (fd >= 0) ::close(fd);
-    TRACE(agentxTrace, 6) << "no AgentX master: " << lastError_ << "; next try in " << retryDelay_ << " s";
-    retryClock_.timeMinIs(scheduler_.now() + retryDelay_);
-    retryDelay_ = std::min(retryDelay_ * 2, options_.retryMax);
+    TRACE(agentxTrace, 6) << "no AgentX master: " << lastError_;
+    retryClock_.timeMinIs(scheduler_.now() + options_.retryInterval);
     return;
   }
   fd_ = fd;
@@ -117,9 +116,12 @@ void AgentxSession::doLost(const std::string& reason) {
   lastError_ = reason;
   state_ = State::waiting;
   if (wasReady) {
+    // A master that went away (a restart, typically) is looked for again at once.
     ++counters_.disconnects;
-    retryDelay_ = options_.retryMin;
+    retryDelay_ = options_.retryInterval;
     if (onLost_) onLost_(reason);
+    retryClock_.timeMinIs(scheduler_.now() + retryDelay_);
+    return;
   }
   retryClock_.timeMinIs(scheduler_.now() + retryDelay_);
   retryDelay_ = std::min(retryDelay_ * 2, options_.retryMax);
@@ -240,7 +242,7 @@ void AgentxSession::handleResponse(const Agentx::Pdu& pdu) {
     }
     answerClock_.timeMinIs(Platform::kNever);
     state_ = State::ready;
-    retryDelay_ = options_.retryMin;
+    retryDelay_ = options_.retryInterval;
     ++counters_.connects;
     lastError_.clear();
     TRACE(agentxTrace, 4) << "AgentX session " << sessionId_ << " registered " << oidText(options_.subtree);

@@ -22,8 +22,10 @@ class AgentxSession {
     Oid subtree = lldpMibOid();
     std::string description = "lldp-agent LLDP-MIB subagent";
     double answerTimeout = 5;  // seconds the master may take to answer an open or a register
-    double retryMin = 1;       // seconds before the first reconnection attempt, doubling up to
-    double retryMax = 10;
+    // A master that is not there is looked for this often (a connect that fails costs nothing);
+    // one that refuses or does not answer is tried again after this, doubling up to retryMax.
+    double retryInterval = 1;
+    double retryMax = 30;
     size_t maxOutputBytes = 4 * 1024 * 1024;  // unsent answers before the master counts as stuck
   };
   enum class State : uint8_t { idle, waiting, opening, registering, ready };
