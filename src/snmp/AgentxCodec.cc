@@ -132,6 +132,17 @@ bool decode(const uint8_t* data, size_t size, Pdu& out) {
       out.maxRepetitions = static_cast<uint16_t>(pdu->max_repetitions);
       break;
     case kClose: out.reason = static_cast<uint8_t>(pdu->errstat); break;
+    case kOpen:
+    case kRegister:
+      out.timeout = static_cast<uint8_t>(pdu->time);
+      out.priority = static_cast<uint8_t>(pdu->priority);
+      if (const netsnmp_variable_list* var = pdu->variables) {
+        (out.type == kOpen ? out.id : out.subtree) = fromNetSnmp(var->name, var->name_length);
+        if (out.type == kOpen && var->type == ASN_OCTET_STR) {
+          out.description.assign(reinterpret_cast<const char*>(var->val.string), var->val_len);
+        }
+      }
+      return true;
     default: break;
   }
   for (const netsnmp_variable_list* var = pdu->variables; var; var = var->next_variable) {
@@ -140,6 +151,8 @@ bool decode(const uint8_t* data, size_t size, Pdu& out) {
       range.start = fromNetSnmp(var->name, var->name_length);
       range.include = var->type == ASN_PRIV_INCL_RANGE;
       if (var->val.objid && var->val_len >= sizeof(oid)) range.end = fromNetSnmp(var->val.objid, var->val_len / sizeof(oid));
+      // The null identifier (no bound) comes as 0.0.
+      if (range.end == Oid{0, 0}) range.end.clear();
       out.ranges.push_back(std::move(range));
       continue;
     }
