@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
 
 namespace Snmp {
 
@@ -136,6 +137,7 @@ void LldpMibData::rebuild() {
   }
 
   ports_.clear();
+  std::unordered_set<std::string> named;
   const auto ifIndexOf = [&](const Konet::IntfId& intf) -> int32_t {
     if (!records_.kernelNetInfo) return 0;
     const auto* device = records_.kernelNetInfo->device().find(intf.name());
@@ -143,10 +145,7 @@ void LldpMibData::rebuild() {
   };
   const auto portEntry = [&](const Konet::IntfId& intf) {
     const int32_t ifIndex = ifIndexOf(intf);
-    if (ifIndex <= 0) return;
-    for (const PortEntry& p : ports_) {
-      if (p.intfId == intf) return;
-    }
+    if (ifIndex <= 0 || !named.insert(intf.name()).second) return;
     PortEntry entry;
     entry.portNum = static_cast<uint32_t>(ifIndex);
     entry.index = {entry.portNum};

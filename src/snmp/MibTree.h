@@ -74,7 +74,8 @@ class MibTree {
 
 // A row source over parents kept in a vector sorted by their `index` member (an Oid): a port
 // table, a neighbour table, or, with `members`, a table of a collection that each parent
-// carries. The vector is read at each call, so it may be rebuilt between requests.
+// carries (such parents' indexes are all of one length). The vector is read at each call, so it
+// may be rebuilt between requests.
 template <class Parent>
 class ParentRows : public RowSource {
  public:
@@ -95,6 +96,20 @@ class ParentRows : public RowSource {
   bool next(OidView after, bool inclusive, Oid& index, Row& row) const override {
     const std::vector<Parent>& parents = *parents_;
     if (parents.empty()) return false;
+    if (!members_) {
+      // The parents are the rows; their indexes may differ in length (addresses of two families).
+      auto it = std::lower_bound(parents.begin(), parents.end(), after,
+                                 [](const Parent& p, OidView a) { return compare(p.index, a) < 0; });
+      if (it != parents.end() && !inclusive && compare(it->index, after) == 0) ++it;
+      for (; it != parents.end(); ++it) {
+        if (filter_ && !filter_(*it)) continue;
+        index = it->index;
+        row = Row{&*it, nullptr, 0};
+        return true;
+      }
+      return false;
+    }
+    // Parents of a collection's rows all have indexes of one length.
     const size_t len = parents.front().index.size();
     const OidView head = after.first(std::min(len, after.size()));
     auto it = std::lower_bound(parents.begin(), parents.end(), head,
@@ -103,13 +118,6 @@ class ParentRows : public RowSource {
     for (; it != parents.end(); ++it) {
       if (filter_ && !filter_(*it)) continue;
       const bool within = after.size() >= len && compare(it->index, head) == 0;
-      if (!members_) {
-        const int c = compare(it->index, after);
-        if (c < 0 || (c == 0 && !inclusive)) continue;
-        index = it->index;
-        row = Row{&*it, nullptr, 0};
-        return true;
-      }
       membersOf(*it, members);
       const OidView rest = within ? after.subspan(len) : OidView();
       for (const Member& m : members) {
@@ -128,6 +136,13 @@ class ParentRows : public RowSource {
   bool find(OidView index, Row& row) const override {
     const std::vector<Parent>& parents = *parents_;
     if (parents.empty()) return false;
+    if (!members_) {
+      auto it = std::lower_bound(parents.begin(), parents.end(), index,
+                                 [](const Parent& p, OidView i) { return compare(p.index, i) < 0; });
+      if (it == parents.end() || compare(it->index, index) != 0 || (filter_ && !filter_(*it))) return false;
+      row = Row{&*it, nullptr, 0};
+      return true;
+    }
     const size_t len = parents.front().index.size();
     if (index.size() < len) return false;
     const OidView head = index.first(len);
@@ -135,11 +150,6 @@ class ParentRows : public RowSource {
                                [](const Parent& p, OidView h) { return compare(p.index, h) < 0; });
     if (it == parents.end() || compare(it->index, head) != 0) return false;
     if (filter_ && !filter_(*it)) return false;
-    if (!members_) {
-      if (index.size() != len) return false;
-      row = Row{&*it, nullptr, 0};
-      return true;
-    }
     Members members;
     membersOf(*it, members);
     for (const Member& m : members) {

@@ -146,6 +146,14 @@ TEST_F(LldpMibTest, LocalManagementAddressesAreTheAdvertisedOnes) {
   EXPECT_EQ(get("1.0.8802.1.1.2.1.1.7.1.1.1.4.10.0.0.2"), Value::octets(bytes({0x20, 0x00})));
   records_.config->maxTxMgmtAddrsIs(2);
   EXPECT_EQ(walk("1.0.8802.1.1.2.1.3.8.1.3").size(), 2u);
+  // Addresses of other families have longer indexes; the order is still the identifiers' order.
+  const Lldp::ManagementAddress v6({Lldp::afIpv6, Lldp::ManAddress(std::string(15, '\0') + "\x01")}, Lldp::ifNumberingIfIndex, 3);
+  ls.ip6ManagementAddressIs(v6);
+  const auto rows = walk("1.0.8802.1.1.2.1.3.8.1.4");
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[2].first, "1.0.8802.1.1.2.1.3.8.1.4.2.16.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.1");
+  EXPECT_EQ(get(rows[2].first), Value::integer(Lldp::ifNumberingIfIndex));
+  EXPECT_EQ(get("1.0.8802.1.1.2.1.3.8.1.4.1.4.10.0.0.1"), Value::integer(Lldp::ifNumberingIfIndex));
 }
 
 TEST_F(LldpMibTest, NextRespectsTheSearchRangeAndInclusiveStart) {
