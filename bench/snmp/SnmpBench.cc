@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "NeighbourFrames.h"
 #include "codec/LldpProtocol.h"
 #include "ipc/Client.h"
 #include "ipc/Server.h"
@@ -19,32 +20,6 @@
 
 namespace {
 
-void tlv(std::vector<uint8_t>& out, int type, const std::string& value) {
-  const int header = type << 9 | static_cast<int>(value.size());
-  out.push_back(static_cast<uint8_t>(header >> 8));
-  out.push_back(static_cast<uint8_t>(header));
-  out.insert(out.end(), value.begin(), value.end());
-}
-
-// An LLDPDU as a switch sends it: MAC chassis id, interface-name port id, TTL, names,
-// description, capabilities and an IPv4 management address.
-std::vector<uint8_t> lldpdu(uint32_t chassis, const std::string& port, const std::string& sysName) {
-  std::vector<uint8_t> out;
-  const std::string id = {static_cast<char>(chassis >> 24), static_cast<char>(chassis >> 16),
-                          static_cast<char>(chassis >> 8), static_cast<char>(chassis)};
-  tlv(out, 1, std::string("\x04\x02\x00", 3) + id);
-  tlv(out, 2, "\x05" + port);
-  tlv(out, 3, std::string("\x00\x78", 2));
-  tlv(out, 4, "uplink to " + port);
-  tlv(out, 5, sysName);
-  tlv(out, 6, "Linux 6.1 switch software, build 4711, a description of ordinary length");
-  tlv(out, 7, std::string("\x00\x14\x00\x04", 4));
-  tlv(out, 8, std::string("\x05\x01\x0a", 3) + id.substr(1) + std::string("\x02\x00\x00\x00\x01\x00", 6));
-  tlv(out, 0, "");
-  out.resize(out.size() + Lldp::kRxSlack, 0);
-  return out;
-}
-
 int serve(const std::string& stateSocket, const std::string& agentxSocket, size_t ports, size_t perPort) {
   Linux::AsioScheduler scheduler;
   Platform::StateDb db{scheduler, "1"};
@@ -52,16 +27,18 @@ int serve(const std::string& stateSocket, const std::string& agentxSocket, size_
   auto config = Platform::make<Lldp::Config>();
   auto localSystem = Platform::make<Lldp::LocalSystem>();
   auto devices = Platform::make<KernelNetInfo::Status>("default");
-  uint32_t chassis = 1;
   for (size_t p = 0; p < ports; ++p) {
     const Konet::IntfId intf("eth" + std::to_string(p));
     devices->deviceIs(intf.name(), KernelNetInfo::Device{static_cast<int32_t>(p + 2), {}});
     auto pc = config->portConfigIs(intf);
     pc->maxRemoteSystemsIs(static_cast<uint32_t>(perPort + 1));
     auto ps = status->portStatusIs(intf, 0.0);
-    for (size_t n = 0; n < perPort; ++n, ++chassis) {
-      const auto frame = lldpdu(chassis, "swp" + std::to_string(n), "leaf-" + std::to_string(chassis));
-      Lldp::processRxLldpdu(frame.data(), frame.data() + frame.size() - Lldp::kRxSlack, *pc, *status, *ps,
+    for (size_t n = 0; n < perPort; ++n) {
+      auto frame = Bench::basicNeighbourFrame(static_cast<int>(p), static_cast<int>(n));
+      const size_t length = frame.size();
+      frame.resize(length + Lldp::kRxSlack);
+      constexpr size_t kEthernetHeader = 14;
+      Lldp::processRxLldpdu(frame.data() + kEthernetHeader, frame.data() + length, *pc, *status, *ps,
                             Konet::EthAddr(2, 0, 0, 0, 0, 1), 0.0);
     }
   }
