@@ -5,9 +5,13 @@
 #include <cmath>
 #include <unordered_set>
 
+#include "platform/Trace.h"
+
 namespace Snmp {
 
 namespace {
+
+Platform::TraceFacility lldpMibTrace("LldpMib");
 
 using Lldp::ManagementAddress;
 using Lldp::RemoteSystem;
@@ -202,6 +206,8 @@ void LldpMibData::rebuild() {
     std::sort(localManAddrs_.begin(), localManAddrs_.end(),
               [](const LocManAddrEntry& a, const LocManAddrEntry& b) { return compare(a.index, b.index) < 0; });
   }
+  TRACE(lldpMibTrace, 6) << "rows rebuilt: " << ports_.size() << " ports, " << neighbours_.size() << " neighbours, "
+                         << localManAddrs_.size() << " local addresses";
 }
 
 void addLldpMib(MibTree& tree, LldpMibData& data) {
