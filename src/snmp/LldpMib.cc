@@ -76,6 +76,17 @@ Oid extensionOid(SubId oui, std::initializer_list<SubId> tail) {
   return oid;
 }
 
+const NeighbourEntry* NeighbourRows::parentAt(OidView head) const {
+  if (const NeighbourEntry* exact = ParentRows<NeighbourEntry>::parentAt(head)) return exact;
+  if (head.size() != 3) return nullptr;
+  // Under an earlier time mark: rows are ordered by time mark first, so look the row up by the
+  // rest (GETs are few; walks go by GETNEXT).
+  for (const NeighbourEntry& n : parents()) {
+    if (n.index[1] == head[1] && n.index[2] == head[2]) return head[0] <= n.index[0] ? &n : nullptr;
+  }
+  return nullptr;
+}
+
 std::string capabilitiesBits(const Lldp::SystemCapabilitiesMap& caps) { return bitsText(caps.value, 8); }
 
 LldpMibData::LldpMibData(LldpMibRecords records, LldpMibSettings settings)
@@ -344,7 +355,7 @@ void addLldpMib(MibTree& tree, LldpMibData& data) {
                 {6, [locAddr](const Row& r) -> std::optional<Value> { return oidValue(locAddr(r).oid()); }}});
 
   // lldpRemoteSystemsData.
-  auto remotes = std::make_shared<ParentRows<NeighbourEntry>>(&data.neighbours());
+  auto remotes = std::make_shared<NeighbourRows>(&data.neighbours());
   tree.tableIs(
       lldpOid({1, 4, 1, 1}), remotes,
       {{4, [](const Row& r) -> std::optional<Value> { return Value::integer(remoteOf(r).msap().chassisIdentifier.subtype); }},
@@ -357,9 +368,9 @@ void addLldpMib(MibTree& tree, LldpMibData& data) {
        {11, [](const Row& r) -> std::optional<Value> { return Value::octets(capabilitiesBits(remoteOf(r).sysCapSupported())); }},
        {12, [](const Row& r) -> std::optional<Value> { return Value::octets(capabilitiesBits(remoteOf(r).sysCapEnabled())); }}});
 
-  auto remManAddrs = std::make_shared<ParentRows<NeighbourEntry>>(
+  auto remManAddrs = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->managementAddresss() > 0; },
-      [](const NeighbourEntry& n, ParentRows<NeighbourEntry>::Members& out) {
+      [](const NeighbourEntry& n, NeighbourRows::Members& out) {
         for (const auto& [key, addr] : n.remote->managementAddress()) out.push_back({manAddrIndex(addr), &addr, 0});
       });
   const auto remAddr = [](const Row& r) -> const ManagementAddress& { return *static_cast<const ManagementAddress*>(r.member); };
@@ -368,9 +379,9 @@ void addLldpMib(MibTree& tree, LldpMibData& data) {
                 {4, [remAddr](const Row& r) -> std::optional<Value> { return Value::integer(remAddr(r).ifId()); }},
                 {5, [remAddr](const Row& r) -> std::optional<Value> { return oidValue(remAddr(r).oid()); }}});
 
-  auto unknownTlvs = std::make_shared<ParentRows<NeighbourEntry>>(
+  auto unknownTlvs = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->unknownTlvs() > 0; },
-      [](const NeighbourEntry& n, ParentRows<NeighbourEntry>::Members& out) {
+      [](const NeighbourEntry& n, NeighbourRows::Members& out) {
         for (const auto& [type, tlv] : n.remote->unknownTlv()) out.push_back({{type}, &tlv, 0});
       });
   tree.tableIs(lldpOid({1, 4, 3, 1}), unknownTlvs,
@@ -378,9 +389,9 @@ void addLldpMib(MibTree& tree, LldpMibData& data) {
                    return Value::octets(static_cast<const Lldp::UnknownTlv*>(r.member)->value().view());
                  }}});
 
-  auto orgDefs = std::make_shared<ParentRows<NeighbourEntry>>(
+  auto orgDefs = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->unknownOrgDefTlvs() > 0; },
-      [](const NeighbourEntry& n, ParentRows<NeighbourEntry>::Members& out) {
+      [](const NeighbourEntry& n, NeighbourRows::Members& out) {
         for (const auto& [key, tlv] : n.remote->unknownOrgDefTlv()) {
           // The OUI is a fixed-size string: its three octets, without a length.
           const uint32_t oui = key.oui().value;

@@ -128,7 +128,16 @@ const T& memberOf(const Row& row) {
   return *static_cast<const T*>(row.member);
 }
 using PortRows = ParentRows<PortEntry>;
-using NeighbourRows = ParentRows<NeighbourEntry>;
+
+// Rows of neighbours, indexed by time mark, port number and neighbour index. A GET follows the
+// TimeFilter convention: the row is found under any time mark up to its own (so under 0 always).
+class NeighbourRows : public ParentRows<NeighbourEntry> {
+ public:
+  using ParentRows<NeighbourEntry>::ParentRows;
+
+ protected:
+  const NeighbourEntry* parentAt(OidView head) const override;
+};
 
 // An extension module's objects: lldpExtensions.<oui>.1.<tail>.
 Oid extensionOid(SubId oui, std::initializer_list<SubId> tail);

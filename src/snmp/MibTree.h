@@ -136,30 +136,34 @@ class ParentRows : public RowSource {
   bool find(OidView index, Row& row) const override {
     const std::vector<Parent>& parents = *parents_;
     if (parents.empty()) return false;
+    const size_t len = members_ ? parents.front().index.size() : index.size();
+    if (index.size() < len) return false;
+    const Parent* parent = parentAt(index.first(len));
+    if (!parent || (filter_ && !filter_(*parent))) return false;
     if (!members_) {
-      auto it = std::lower_bound(parents.begin(), parents.end(), index,
-                                 [](const Parent& p, OidView i) { return compare(p.index, i) < 0; });
-      if (it == parents.end() || compare(it->index, index) != 0 || (filter_ && !filter_(*it))) return false;
-      row = Row{&*it, nullptr, 0};
+      row = Row{parent, nullptr, 0};
       return true;
     }
-    const size_t len = parents.front().index.size();
-    if (index.size() < len) return false;
-    const OidView head = index.first(len);
-    auto it = std::lower_bound(parents.begin(), parents.end(), head,
-                               [](const Parent& p, OidView h) { return compare(p.index, h) < 0; });
-    if (it == parents.end() || compare(it->index, head) != 0) return false;
-    if (filter_ && !filter_(*it)) return false;
     Members members;
-    membersOf(*it, members);
+    membersOf(*parent, members);
     for (const Member& m : members) {
       if (compare(m.index, index.subspan(len)) == 0) {
-        row = Row{&*it, m.ptr, m.key};
+        row = Row{parent, m.ptr, m.key};
         return true;
       }
     }
     return false;
   }
+
+ protected:
+  // The parent a GET names by this index (the index of the parent part of a row).
+  virtual const Parent* parentAt(OidView head) const {
+    const std::vector<Parent>& parents = *parents_;
+    auto it = std::lower_bound(parents.begin(), parents.end(), head,
+                               [](const Parent& p, OidView h) { return compare(p.index, h) < 0; });
+    return it != parents.end() && compare(it->index, head) == 0 ? &*it : nullptr;
+  }
+  const std::vector<Parent>& parents() const { return *parents_; }
 
  private:
   void membersOf(const Parent& parent, Members& out) const {
