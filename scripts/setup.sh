@@ -11,6 +11,7 @@ packages=(
   iproute2 tcpdump
   build-essential debhelper dpkg-dev lintian mmdebstrap systemd-container procps
   libmicrohttpd-dev libcurl4-openssl-dev libgraphviz-dev graphviz prometheus curl
+  snmpd snmp
 )
 
 missing=()

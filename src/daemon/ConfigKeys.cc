@@ -330,6 +330,26 @@ const std::vector<ConfigKey>& configKeyTable() {
        "Seconds between two writes of the metrics file.", setGlobal<&Settings::metricsTextfileInterval>,
        getGlobal<&Settings::metricsTextfileInterval>, resetGlobal<&Settings::metricsTextfileInterval>},
 
+      {"snmp.enabled", "", G::global, T::boolean, 0, 0, "", {}, nullptr,
+       "Serve the LLDP MIB modules through the host's SNMP agent (AgentX subagent).",
+       setGlobal<&Settings::snmpEnabled>, getGlobal<&Settings::snmpEnabled>, resetGlobal<&Settings::snmpEnabled>},
+      {"snmp.agentx-socket", "", G::global, T::text, 2, 107, "", {}, "an absolute path of at most 107 bytes",
+       "The SNMP master agent's AgentX socket.",
+       [](Settings& s, PortSettings*, const ConfigKeyParams&, const ConfigValue& v) -> std::string {
+         const std::string& path = std::get<std::string>(v);
+         if (path.front() != '/') return "'" + path + "' is not an absolute path";
+         s.snmpAgentxSocket = path;
+         return {};
+       },
+       getGlobal<&Settings::snmpAgentxSocket>, resetGlobal<&Settings::snmpAgentxSocket>},
+      {"snmp.notifications", "", G::global, T::boolean, 0, 0, "", {}, nullptr,
+       "Send lldpRemTablesChange notifications through the SNMP agent when neighbors change.",
+       setGlobal<&Settings::snmpNotifications>, getGlobal<&Settings::snmpNotifications>,
+       resetGlobal<&Settings::snmpNotifications>},
+      {"snmp.notification-interval", "", G::global, T::integer, 5, 3600, "seconds", {}, nullptr,
+       "At most one lldpRemTablesChange notification per interval (lldpNotificationInterval).",
+       setGlobal<&Settings::snmpNotificationInterval>, getGlobal<&Settings::snmpNotificationInterval>,
+       resetGlobal<&Settings::snmpNotificationInterval>},
       {"admin-status", "adminStatus", G::port, T::choice, 0, 0, "",
        {"tx-rx", "tx", "rx", "disabled"}, nullptr,
        "What the port does: transmit and receive, transmit only, receive only, or nothing.", setAdminStatus,

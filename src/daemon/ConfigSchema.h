@@ -63,6 +63,12 @@ struct Settings {
   std::string metricsTextfile;
   uint32_t metricsTextfileInterval = 15;
 
+  // The SNMP subagent (AgentX), and its lldpRemTablesChange notifications.
+  bool snmpEnabled = false;
+  std::string snmpAgentxSocket = "/var/agentx/master";
+  bool snmpNotifications = false;
+  uint32_t snmpNotificationInterval = 5;
+
   std::map<std::string, PortSettings> ports;  // by interface name
 
   bool operator==(const Settings&) const = default;

@@ -6,6 +6,7 @@
 #include "linux/RawSocketPam.h"
 #include "platform/FeatureToggle.h"
 #include "platform/Reactor.h"
+#include "snmp/Subagent.h"
 
 namespace Daemon {
 
@@ -109,6 +110,7 @@ void LldpDaemon::doMountsComplete() {
       stateDb_.lookup<System::NetStatus>(stateDb_.cellPath(Lldp::Agent::Agent::kNetStatusPath)));
   netStatusMirror_->overrideIs(settings_.sysName);
   txSettingsSm_ = Platform::makeReactor<TxSettingsSm>(agent_->config(), agent_->localSystem(), agent_->protocolRoot());
+  doApplySnmpSettings();
   if (!options_.host) {
     doReady();
     return;
@@ -158,6 +160,28 @@ void LldpDaemon::doApplyHostSettings(const Settings* previous) {
   }
   if (!previous || previous->chassisId != s.chassisId) host_->bridgeMacAddrIs(s.chassisId);
   if (!previous || previous->sysDesc != s.sysDesc) host_->sysDescrIs(s.sysDesc);
+}
+
+void LldpDaemon::doApplySnmpSettings() {
+  if (!agent_ || !agent_->running()) return;
+  if (!settings_.snmpEnabled) {
+    snmp_.reset();
+    return;
+  }
+  Snmp::SubagentOptions options;
+  options.socketPath = settings_.snmpAgentxSocket;
+  options.settings.notifications = settings_.snmpNotifications;
+  options.settings.notificationInterval = settings_.snmpNotificationInterval;
+  if (snmp_) {
+    snmp_->optionsIs(options);
+    return;
+  }
+  Snmp::LldpMibRecords records;
+  records.config = agent_->config();
+  records.localSystem = agent_->localSystem();
+  records.status = agent_->lldpStatusLocal();
+  records.kernelNetInfo = stateDb_.lookup<KernelNetInfo::Status>("kni/ns/default/status");
+  snmp_ = std::make_unique<Snmp::Subagent>(scheduler_, std::move(records), options);
 }
 
 void LldpDaemon::doReady() {
@@ -219,6 +243,7 @@ std::vector<std::string> LldpDaemon::settingsIs(const Settings& next) {
   if (externalTlvConfig_) applyExternalTlvs(settings_, *externalTlvConfig_);
   doApplyHostSettings(&previous);
   for (const auto& fn : onSettingsChanged_) fn();
+  doApplySnmpSettings();
   return changed;
 }
 
@@ -226,6 +251,8 @@ void LldpDaemon::shutdown() {
   if (stopped_) return;
   stopped_ = true;
   // The agent first: its clean-up closes packet access before anything it reads goes away.
+  // The subagent's views of its records go before it.
+  snmp_.reset();
   txSettingsSm_.reset();
   if (agent_) agent_->doCleanup();
   host_.reset();

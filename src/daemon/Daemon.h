@@ -17,6 +17,9 @@
 namespace Linux {
 class HostSources;
 }
+namespace Snmp {
+class Subagent;
+}
 
 namespace Daemon {
 
@@ -86,6 +89,8 @@ class LldpDaemon {
   Platform::StateDb& stateDb() { return stateDb_; }
   Lldp::Agent::Agent* agent() const { return agent_.get(); }
   Linux::HostSources* host() const { return host_.get(); }
+  // The SNMP subagent while snmp.enabled is on.
+  Snmp::Subagent* snmp() const { return snmp_.get(); }
   // Where the host's names are written before the system-name override applies.
   const System::NetStatus::Ptr& hostNetStatus() const { return hostNetStatus_; }
   Summary summary() const;
@@ -96,6 +101,7 @@ class LldpDaemon {
   void doMountsComplete();
   void doStartHost();
   void doApplyHostSettings(const Settings* previous);
+  void doApplySnmpSettings();
   void doReady();
   void doFatal(const std::string& error);
 
@@ -111,6 +117,7 @@ class LldpDaemon {
   std::unique_ptr<TxSettingsSm> txSettingsSm_;
   std::unique_ptr<Lldp::Agent::Agent> agent_;
   std::unique_ptr<Linux::HostSources> host_;
+  std::unique_ptr<Snmp::Subagent> snmp_;
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onFatal_;
   std::vector<std::function<void()>> onSettingsChanged_;
