@@ -96,13 +96,15 @@ int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail
     return kExitOk;
   }
   Json textRequest = request;
-  if (!c.json) textRequest["attributes"] = neighborRowAttributes();
+  if (!c.json && !detail) textRequest["attributes"] = neighborRowAttributes();
   auto reply = call(c, textRequest);
   if (!reply) return kExitRefused;
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
+  } else if (detail) {
+    renderNeighborDetails(*reply, c.out);
   } else {
-    renderNeighbors(neighborRows(*reply), detail, c.out);
+    renderNeighbors(neighborRows(*reply), c.out);
   }
   return kExitOk;
 }

@@ -191,6 +191,11 @@ std::optional<ConfigError> LldpDaemon::unset(std::string_view intf, std::string_
   return std::nullopt;
 }
 
+std::string LldpDaemon::save(std::string* note) {
+  if (note) note->clear();
+  return saveConfigFile(options_.configPath, settings_);
+}
+
 bool LldpDaemon::reload(std::vector<std::string>* errors) {
   ConfigLoad load = loadConfigFile(options_.configPath, options_.missingConfigIsDefault);
   if (!load.ok()) {

@@ -67,8 +67,9 @@ class LldpDaemon {
   std::optional<ConfigError> setText(std::string_view intf, std::string_view key, std::string_view text);
   std::optional<ConfigError> unset(std::string_view intf, std::string_view key);
   std::string renderConfig() const { return ConfigSchema::renderToml(settings_); }
-  // Writes the running configuration to the configuration file; an error text or "".
-  std::string save() const { return saveConfigFile(options_.configPath, settings_); }
+  // Writes the running configuration to the configuration file; an error text or "". note, when
+  // given, says what the operator should know of a save that succeeded.
+  std::string save(std::string* note = nullptr);
   const std::string& configPath() const { return options_.configPath; }
 
   // Re-reads the file (SIGHUP). A file with errors is refused and logged, and the running

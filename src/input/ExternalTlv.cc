@@ -23,7 +23,9 @@ ExternalTlvPortConfigSm::ExternalTlvPortConfigSm(Konet::IntfId intfId,
   watch<&ExternalTlvPortConfigSm::handleUnknownOrgDefTlv>(portConfig_, ExternalTlvPortConfig::unknownOrgDefTlvAttr);
 }
 
-void ExternalTlvPortConfigSm::handleUnknownOrgDefTlv() { externalTlvConfigSm_->doSyncLocalPort(intfId_); }
+void ExternalTlvPortConfigSm::handleUnknownOrgDefTlv(const UnknownOrgDefTlv::Key& key) {
+  externalTlvConfigSm_->doSyncTlv(intfId_, key);
+}
 
 ExternalTlvConfigSm::ExternalTlvConfigSm(std::string name, Platform::Ptr<const ExternalTlvConfig> externalTlvConfig,
                                          Root* root)
@@ -98,6 +100,26 @@ void ExternalTlvConfigSm::doSyncLocalPort(const Konet::IntfId& intf) {
     return;
   }
   tlvsByPortIs(intf, remembered);
+}
+
+void ExternalTlvConfigSm::doSyncTlv(const Konet::IntfId& intf, const UnknownOrgDefTlv::Key& key) {
+  TRACE(inputSmTrace, 8) << "ExternalTlvConfigSm::doSyncTlv(" << intf << ", " << key << ")";
+  const ExternalTlvPortConfig::Ptr& portConfig = externalTlvConfig_->portConfig(intf);
+  const UnknownOrgDefTlv* configured = portConfig ? portConfig->unknownOrgDefTlv().find(key) : nullptr;
+  Platform::Ptr<UnknownOrgDefTlvList> remembered = tlvsByPort(intf);
+  const UnknownOrgDefTlv* had = remembered ? remembered->unknownOrgDefTlv().find(key) : nullptr;
+  if (had && configured && *had == *configured) return;
+  if (had) {
+    doRemoveTlv(intf, *had);
+    remembered->unknownOrgDefTlvDel(key);
+  }
+  if (!configured) return;
+  if (!remembered) {
+    remembered = Platform::make<UnknownOrgDefTlvList>(intf);
+    tlvsByPortIs(intf, remembered);
+  }
+  doAddTlv(intf, *configured);
+  remembered->unknownOrgDefTlvIs(key, *configured);
 }
 
 void ExternalTlvConfigSm::doSyncNewLocalPort(const Konet::IntfId& intf) {

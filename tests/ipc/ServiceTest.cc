@@ -43,7 +43,7 @@ struct FakeConfig : Ipc::ConfigService {
     return true;
   }
   std::string configText() const override { return "[lldp]\n"; }
-  bool configSave(std::string& error) override {
+  bool configSave(std::string& error, std::string&) override {
     error = "read-only file system";
     return false;
   }

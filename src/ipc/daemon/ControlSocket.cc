@@ -30,8 +30,8 @@ class DaemonConfig : public Ipc::ConfigService {
     return true;
   }
   std::string configText() const override { return daemon_.renderConfig(); }
-  bool configSave(std::string& error) override {
-    error = daemon_.save();
+  bool configSave(std::string& error, std::string& note) override {
+    error = daemon_.save(&note);
     return error.empty();
   }
 
