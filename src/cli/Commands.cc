@@ -6,6 +6,7 @@
 #include "cli/Model.h"
 #include "cli/Tables.h"
 #include "platform/Json.h"
+#include "platform/Text.h"
 
 namespace Cli {
 
@@ -20,12 +21,15 @@ constexpr size_t kReplyStartBytes = 64;
 // The reply when it is a success; otherwise one line on standard error and nothing.
 std::optional<Json> checked(Context& c, std::optional<Json> reply, const std::string& error) {
   if (!reply) {
-    c.err << "lldp: " << error << "\n";
+    c.err << "lldp: " << Platform::printable(error) << "\n";
     return std::nullopt;
   }
-  if (!reply->value("ok", false)) {
-    const Json problem = reply->value("error", Json::object());
-    c.err << "lldp: the agent refused: " << problem.value("message", "no reason given") << "\n";
+  if (reply->value("ok", Json()) != true) {
+    const Json problem = reply->value("error", Json());
+    const Json message = problem.is_object() ? problem.value("message", Json()) : Json();
+    // The refusal may quote what the request carried: shown escaped, on one line.
+    c.err << "lldp: the agent refused: "
+          << Platform::printable(message.is_string() ? message.get<std::string>() : "no reason given") << "\n";
     return std::nullopt;
   }
   return reply;
