@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,7 @@ class TxSettingsSm;
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_APPLIED;
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_REFUSED;
 extern const Platform::LogHandle<std::string_view> LLDP_CONFIG_NEEDS_RESTART;
+extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_UNSAVED_REPLACED;
 
 // The name under which the configuration file's own external TLVs are published.
 inline constexpr const char* kConfigTlvClient = "config";
@@ -71,6 +73,9 @@ class LldpDaemon {
   // given, says what the operator should know of a save that succeeded.
   std::string save(std::string* note = nullptr);
   const std::string& configPath() const { return options_.configPath; }
+  // Keys changed at run time (set, unset) since the file was last read or saved: a reload
+  // replaces them with the file's, and says so.
+  const std::set<std::string>& unsaved() const { return unsaved_; }
 
   // Re-reads the file (SIGHUP). A file with errors is refused and logged, and the running
   // configuration stays; returns false then, with the errors.
@@ -112,6 +117,7 @@ class LldpDaemon {
   std::unique_ptr<Linux::HostSources> host_;
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onFatal_;
+  std::set<std::string> unsaved_;
   double startTime_ = 0;
   bool ready_ = false;
   bool stopped_ = false;

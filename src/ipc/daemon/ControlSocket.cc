@@ -52,7 +52,8 @@ class StateSocket : public ControlSocket {
       const LldpDaemon::Summary summary = daemon_.summary();
       Ipc::Json status = {{"version", kVersion},
                           {"uptime", daemon_.uptime()},
-                          {"netlinkResyncs", summary.netlinkResyncs}};
+                          {"netlinkResyncs", summary.netlinkResyncs},
+                          {"unsavedChanges", daemon_.unsaved()}};
       // The socket's own figures: refused and cut-off clients are otherwise invisible.
       if (server_) {
         const Ipc::Server::Counters& c = server_->counters();
