@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <chrono>
+
 #include "cli/Model.h"
 #include "cli/Tables.h"
 #include "platform/Json.h"
@@ -54,7 +56,22 @@ int done(Context& c) {
   return kExitOk;
 }
 
+// A run-time change: the agent runs it at once, the file does not have it.
+int changed(Context& c) {
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"ok", true}, {"saved", false}});
+  } else {
+    c.out << "Changed in the running agent until it restarts or reloads its file; 'lldp config save' keeps it.\n";
+  }
+  return kExitOk;
+}
+
 }  // namespace
+
+double Context::wallNow() const {
+  if (wallClock) return wallClock();
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail) {
   const Json request = interfacesRequest("neighbors", intfs);
@@ -183,7 +200,7 @@ int showStatus(Context& c) {
     for (auto& [k, v] : status.items()) doc[k] = v;
     printJson(c, doc);
   } else {
-    renderStatus(status, c.out);
+    renderStatus(status, c.wallNow(), c.out);
   }
   return kExitOk;
 }
@@ -191,16 +208,29 @@ int showStatus(Context& c) {
 int configure(Context& c, const std::string& intf, const std::string& key, const std::string& value) {
   Json request = {{"op", "set"}, {"path", kCliConfigPath}, {"key", key}, {"value", value}};
   if (!intf.empty()) request["interface"] = intf;
-  return call(c, request) ? done(c) : kExitRefused;
+  return call(c, request) ? changed(c) : kExitRefused;
 }
 
 int unconfigure(Context& c, const std::string& intf, const std::string& key) {
-  Json request = {{"op", "delete"}, {"path", kCliConfigPath}, {"key", key}};
+  Json request = {{"op", "delete"}, {"path", kCliConfigPath}};
+  if (!key.empty()) request["key"] = key;
   if (!intf.empty()) request["interface"] = intf;
-  return call(c, request) ? done(c) : kExitRefused;
+  return call(c, request) ? changed(c) : kExitRefused;
 }
 
-int configSave(Context& c) { return call(c, {{"op", "save"}}) ? done(c) : kExitRefused; }
+int configSave(Context& c) {
+  auto reply = call(c, {{"op", "save"}});
+  if (!reply) return kExitRefused;
+  const Json note = reply->value("note", Json());
+  if (c.json) {
+    Json doc = {{"schema", kJsonSchema}, {"ok", true}};
+    if (note.is_string()) doc["note"] = note;
+    printJson(c, doc);
+  } else if (note.is_string()) {
+    c.err << "lldp: saved; " << Platform::printable(note.get<std::string>()) << "\n";
+  }
+  return kExitOk;
+}
 
 int clearNeighbors(Context& c, const std::string& intf) {
   std::string origin = "lldp clear neighbors";
@@ -216,49 +246,52 @@ int clearNeighbors(Context& c, const std::string& intf) {
 
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
            const std::string& value) {
-  const std::string path = std::string(kExternalTlvsPath) + "/" + client;
-  // The client's record is replaced as a whole: read it, add one TLV, write it back.
-  Json ports = Json::array();
-  std::string error;
-  if (auto current = c.agent.ask({{"op", "get"}, {"path", path}}, error); current && current->value("ok", false)) {
-    for (const Json& port : current->value("value", Json::object()).value("portConfig", Json::array())) {
-      Json tlvs = Json::array();
-      for (const Json& t : port.value("unknownOrgDefTlv", Json::array())) {
-        const Json key = t.value("key", Json::object());
-        tlvs.push_back({{"oui", key.value("oui", Json())}, {"subtype", key.value("subtype", Json())},
-                        {"value", t.value("value", "")}});
-      }
-      ports.push_back({{"intfId", port.value("intfId", "")}, {"unknownOrgDefTlv", std::move(tlvs)}});
-    }
+  auto reply = call(c, {{"op", "set"},
+                        {"path", std::string(kExternalTlvsPath) + "/" + client},
+                        {"add", {{"intfId", intf}, {"oui", oui}, {"subtype", subtype}, {"value", value}}}});
+  if (!reply) return kExitRefused;
+  const Json index = reply->value("index", Json());
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"ok", true}, {"index", index}});
+  } else if (index.is_number()) {
+    c.out << "TLV " << oui << " subtype " << subtype << " added on " << Platform::printable(intf) << " as index "
+          << index.dump() << "\n";
   }
-  const Json tlv = {{"oui", oui}, {"subtype", subtype}, {"value", value}};
-  auto it = std::find_if(ports.begin(), ports.end(), [&](const Json& p) { return p.value("intfId", "") == intf; });
-  if (it == ports.end()) {
-    ports.push_back({{"intfId", intf}, {"unknownOrgDefTlv", Json::array({tlv})}});
-  } else {
-    (*it)["unknownOrgDefTlv"].push_back(tlv);
-  }
-  return call(c, {{"op", "set"}, {"path", path}, {"value", {{"portConfig", std::move(ports)}}}}) ? done(c) : kExitRefused;
+  return kExitOk;
 }
 
-int tlvDel(Context& c, const std::string& client) {
-  return call(c, {{"op", "delete"}, {"path", std::string(kExternalTlvsPath) + "/" + client}}) ? done(c)
-                                                                                              : kExitRefused;
+int tlvDel(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
+           unsigned index) {
+  Json request = {{"op", "delete"}, {"path", std::string(kExternalTlvsPath) + "/" + client}};
+  if (!intf.empty()) {
+    request["tlv"] = {{"intfId", intf}, {"oui", oui}, {"subtype", subtype}};
+    if (index) request["tlv"]["index"] = index;
+  }
+  return call(c, request) ? done(c) : kExitRefused;
 }
 
 int watch(Context& c, size_t maxEvents) {
   if (!call(c, {{"op", "subscribe"}, {"path", kStatusPath}, {"types", {"RemoteSystem"}}})) return kExitRefused;
   size_t seen = 0;
   while (auto message = c.agent.nextEvent()) {
-    if (message->value("event", "") == "disconnected") {
-      c.err << "lldp: the agent disconnected this watch: " << message->value("reason", "") << "\n";
+    if (!message->is_object()) continue;
+    const Json event = message->value("event", Json());
+    if (event == "disconnected") {
+      const Json reason = message->value("reason", Json());
+      c.err << "lldp: the agent disconnected this watch: "
+            << Platform::printable(reason.is_string() ? reason.get<std::string>() : "") << "\n";
       return kExitRefused;
     }
-    for (const Json& change : message->value("changes", Json::array())) {
+    const Json changes = message->value("changes", Json());
+    if (!changes.is_array()) continue;
+    const double now = c.wallNow();
+    for (Json change : changes) {
+      if (!change.is_object()) continue;
       if (c.json) {
+        change["time"] = localTimeText(now, true);
         c.out << Platform::jsonText(change, -1) << "\n";
       } else {
-        c.out << watchLine(change) << "\n";
+        c.out << watchLine(change, now) << "\n";
       }
       c.out.flush();
       if (maxEvents && ++seen >= maxEvents) return kExitOk;

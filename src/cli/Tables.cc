@@ -117,16 +117,31 @@ void renderClassification(const std::vector<ClassificationRow>& rows, std::ostre
   table.print(out);
 }
 
-void renderStatus(const Json& status, std::ostream& out) {
+void renderStatus(const Json& status, double wallNow, std::ostream& out) {
+  const Json now = status.value("now", Json());
+  const double agentNow = now.is_number() ? now.get<double>() : 0;
+  const auto shown = [&](const std::string& key, const Json& value) -> std::string {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_array()) {
+      std::string list;
+      for (const Json& item : value) list += (list.empty() ? "" : ", ") + (item.is_string() ? item.get<std::string>() : item.dump());
+      return list.empty() ? "none" : list;
+    }
+    // Times on the agent's clock: an age and the local time.
+    if (value.is_number() && now.is_number() && key.ends_with("Time")) {
+      return agentTimeText(value.get<double>(), agentNow, wallNow);
+    }
+    return value.dump();
+  };
   Table table({"Field", "Value"});
   for (const auto& [key, value] : status.items()) {
-    if (key == "v" || key == "id" || key == "ok") continue;
+    if (key == "v" || key == "id" || key == "ok" || key == "now") continue;
     if (key == "uptime" && value.is_number()) {
-      table.rowIs({key, ageText(value.get<double>())});
+      table.rowIs({key, ageText(value.get<double>()) + " (since " + localTimeText(wallNow - value.get<double>()) + ")"});
     } else if (value.is_object()) {
-      for (const auto& [k, v] : value.items()) table.rowIs({key + "." + k, v.is_string() ? v.get<std::string>() : v.dump()});
+      for (const auto& [k, v] : value.items()) table.rowIs({key + "." + k, shown(k, v)});
     } else {
-      table.rowIs({key, value.is_string() ? value.get<std::string>() : value.dump()});
+      table.rowIs({key, shown(key, value)});
     }
   }
   table.print(out);

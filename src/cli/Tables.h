@@ -29,6 +29,8 @@ void renderInterfaces(const std::vector<InterfaceRow>& rows, std::ostream& out);
 void renderStatistics(const std::vector<InterfaceRow>& rows, std::ostream& out);
 void renderLocal(const Json& localSystem, std::ostream& out);
 void renderClassification(const std::vector<ClassificationRow>& rows, std::ostream& out);
-void renderStatus(const Json& status, std::ostream& out);
+// The status reply; times on the agent's clock shown as ages and local times (wallNow: the local
+// time of the reply).
+void renderStatus(const Json& status, double wallNow, std::ostream& out);
 
 }  // namespace Cli
