@@ -72,28 +72,31 @@ void ExternalTlvConfigSm::doSyncLocalPort(const Konet::IntfId& intf) {
   for (auto it = remembered->unknownOrgDefTlv().begin(); it != remembered->unknownOrgDefTlv().end(); ++it) {
     had.push_back(it.value());
   }
-  auto remove = [&](const UnknownOrgDefTlv& tlv) {
-    doRemoveTlv(intf, tlv);
-    remembered->unknownOrgDefTlvDel(tlv.key);
-  };
-  auto add = [&](const UnknownOrgDefTlv& tlv) {
-    doAddTlv(intf, tlv);
-    remembered->unknownOrgDefTlvIs(tlv.key, tlv);
-  };
+  // Removals go last key first: the port keeps its TLVs in one sorted array, from whose end
+  // a removal costs nothing, while from the front it moves every later TLV.
+  std::vector<const UnknownOrgDefTlv*> removals, additions;
   size_t c = 0, h = 0;
   while (c < configured.size() || h < had.size()) {
     if (c == configured.size() || (h < had.size() && had[h].key < configured[c].key)) {
-      remove(had[h++]);
+      removals.push_back(&had[h++]);
     } else if (h == had.size() || configured[c].key < had[h].key) {
-      add(configured[c++]);
+      additions.push_back(&configured[c++]);
     } else {
       if (!(had[h] == configured[c])) {
-        remove(had[h]);
-        add(configured[c]);
+        removals.push_back(&had[h]);
+        additions.push_back(&configured[c]);
       }
       ++c;
       ++h;
     }
+  }
+  for (auto it = removals.rbegin(); it != removals.rend(); ++it) {
+    doRemoveTlv(intf, **it);
+    remembered->unknownOrgDefTlvDel((*it)->key);
+  }
+  for (const UnknownOrgDefTlv* tlv : additions) {
+    doAddTlv(intf, *tlv);
+    remembered->unknownOrgDefTlvIs(tlv->key, *tlv);
   }
   if (!portConfig) {
     tlvsByPortDel(intf);
@@ -153,9 +156,12 @@ void ExternalTlvConfigSm::doClose() {
   std::map<Konet::IntfId, Platform::Ptr<UnknownOrgDefTlvList>> all;
   all.swap(tlvsByPort_);
   for (const auto& [intf, list] : all) {
+    // Last key first, as in doSyncLocalPort.
+    std::vector<UnknownOrgDefTlv> tlvs;
     for (auto it = list->unknownOrgDefTlv().begin(); it != list->unknownOrgDefTlv().end(); ++it) {
-      doRemoveTlv(intf, it.value());
+      tlvs.push_back(it.value());
     }
+    for (auto it = tlvs.rbegin(); it != tlvs.rend(); ++it) doRemoveTlv(intf, *it);
   }
 }
 
