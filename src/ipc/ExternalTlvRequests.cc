@@ -181,8 +181,8 @@ Json Service::externalTlvAdd(const std::string& client, const Json& request, Ses
 }
 
 Json Service::externalTlvDel(const std::string& client, const Json& request, Session& session) {
-  auto spec = request.find("tlv");
-  if (spec == request.end()) {
+  auto which = request.find("tlv");
+  if (which == request.end()) {
     externalTlvClient(client, false);
     std::string error;
     if (!db_.dirEntryDel(paths_.externalTlvs, client, error)) refuse("notFound", error);
@@ -190,9 +190,9 @@ Json Service::externalTlvDel(const std::string& client, const Json& request, Ses
     changed(session, "external TLV client " + client + " removed");
     return Json::object();
   }
-  const TlvFields f = tlvFields(*spec);
+  const TlvFields f = tlvFields(*which);
   std::optional<uint32_t> index;
-  if (auto it = spec->find("index"); it != spec->end()) {
+  if (auto it = which->find("index"); it != which->end()) {
     if (!it->is_number_unsigned() || it->get<uint64_t>() < 1 || it->get<uint64_t>() > 65535) {
       refuse("invalid", "\"index\" must be 1 to 65535");
     }

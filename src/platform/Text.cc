@@ -57,10 +57,9 @@ void codePointEscape(std::string& out, uint32_t cp) {
   for (int shift = 12; shift >= 0; shift -= 4) out += kHex[(cp >> shift) & 15];
 }
 
-}  // namespace
-
-bool isPrintable(std::string_view text) {
-  for (size_t i = 0; i < text.size();) {
+// Where the first byte at or after from that must be escaped is; text.size() when none is.
+size_t safeUntil(std::string_view text, size_t from) {
+  for (size_t i = from; i < text.size();) {
     const auto c = static_cast<unsigned char>(text[i]);
     if (c >= 0x20 && c < 0x7f) {
       ++i;
@@ -68,37 +67,32 @@ bool isPrintable(std::string_view text) {
     }
     uint32_t cp = 0;
     const size_t n = c < 0x80 ? 0 : utf8At(text, i, cp);
-    if (n == 0 || steers(cp)) return false;
+    if (n == 0 || steers(cp)) return i;
     i += n;
   }
-  return true;
+  return text.size();
 }
 
+}  // namespace
+
+bool isPrintable(std::string_view text) { return safeUntil(text, 0) == text.size(); }
+
 void appendPrintable(std::string& out, std::string_view text) {
-  size_t plain = 0;  // start of the run not yet copied
-  for (size_t i = 0; i < text.size();) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    if (c >= 0x20 && c < 0x7f) {
-      ++i;
-      continue;
-    }
+  for (size_t at = 0; at < text.size();) {
+    const size_t unsafe = safeUntil(text, at);
+    out.append(text.substr(at, unsafe - at));
+    if (unsafe == text.size()) return;
     uint32_t cp = 0;
-    const size_t n = c < 0x80 ? 0 : utf8At(text, i, cp);
-    if (n > 0 && !steers(cp)) {
-      i += n;
-      continue;
-    }
-    out.append(text.substr(plain, i - plain));
+    const auto c = static_cast<unsigned char>(text[unsafe]);
+    const size_t n = c < 0x80 ? 0 : utf8At(text, unsafe, cp);
     if (n == 0) {
       byteEscape(out, c);
-      ++i;
+      at = unsafe + 1;
     } else {
       codePointEscape(out, cp);
-      i += n;
+      at = unsafe + n;
     }
-    plain = i;
   }
-  out.append(text.substr(plain));
 }
 
 std::string printable(std::string_view text) {

