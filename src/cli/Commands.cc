@@ -171,10 +171,17 @@ int showLocal(Context& c) {
 int showConfig(Context& c) {
   auto reply = call(c, {{"op", "config"}});
   if (!reply) return kExitRefused;
+  const Json text = reply->value("config", Json());
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"config"}));
-  } else {
-    c.out << reply->value("config", "");
+  } else if (text.is_string()) {
+    // TOML escapes what it must; what steers a terminal but is valid text is escaped here.
+    std::string_view rest = text.get_ref<const std::string&>();
+    while (!rest.empty()) {
+      const size_t newline = rest.find('\n');
+      c.out << Platform::printable(rest.substr(0, newline)) << "\n";
+      rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
+    }
   }
   return kExitOk;
 }
