@@ -316,9 +316,12 @@ bool Server::bind(std::string& error) {
     ::close(lockFd);
     return false;
   }
-  if ((gid != static_cast<gid_t>(-1) && ::chown(addr.sun_path, static_cast<uid_t>(-1), gid) != 0) ||
-      ::chmod(addr.sun_path, options_.mode) != 0 || ::lstat(addr.sun_path, &st) != 0) {
+  const bool grouped = gid == static_cast<gid_t>(-1) || ::chown(addr.sun_path, static_cast<uid_t>(-1), gid) == 0;
+  if (!grouped || ::chmod(addr.sun_path, options_.mode) != 0 || ::lstat(addr.sun_path, &st) != 0) {
     error = errnoText(options_.socketPath.c_str());
+    if (!grouped && errno == EPERM) {
+      error += " (giving it the group " + options_.group + " takes CAP_CHOWN at start-up, or running in that group)";
+    }
     ::close(fd);
     ::unlink(addr.sun_path);
     ::close(lockFd);
