@@ -215,6 +215,36 @@ void BM_AgentPortDescriptionChange(benchmark::State& state) {
 }
 BENCHMARK(BM_AgentPortDescriptionChange)->Unit(benchmark::kMicrosecond);
 
+// One external TLV client's set of N TLVs on one port of the running agent, written TLV by TLV as
+// the state socket writes them, reaching the port's LocalPort, and then the client removed. Each
+// write is reconciled alone (a keyed step), so the cost per TLV stays flat as N grows.
+void BM_AgentExternalTlvClient(benchmark::State& state) {
+  Switch& sw = running();
+  const auto n = static_cast<uint32_t>(state.range(0));
+  const std::string port = portName(7);
+  const auto localPort = sw.agent->localSystem()->localPort(Konet::IntfId(port));
+  size_t reached = 0;
+  for (auto _ : state) {
+    auto client = Platform::make<Lldp::ExternalTlvConfig>("bench");
+    sw.agent->externalTlvs()->entryIs("bench", client);
+    auto portConfig = client->portConfigIs(Konet::IntfId(port));
+    for (uint32_t i = 1; i <= n; ++i) {
+      const Lldp::UnknownOrgDefTlv tlv{Lldp::UnknownOrgDefTlv::Key(Lldp::Oui(0x001c73), 1, i),
+                                       Lldp::BoundedString507("payload")};
+      portConfig->unknownOrgDefTlvIs(tlv.key, tlv);
+    }
+    sw.scheduler.runPending();
+    reached = localPort->unknownOrgDefTlv().size();
+    sw.agent->externalTlvs()->entryDel("bench");
+    sw.scheduler.runPending();
+  }
+  state.counters["tlvs_on_port"] = static_cast<double>(reached);
+  state.counters["ns_per_tlv"] = benchmark::Counter(static_cast<double>(n) * static_cast<double>(state.iterations()),
+                                                    benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.SetComplexityN(n);
+}
+BENCHMARK(BM_AgentExternalTlvClient)->RangeMultiplier(4)->Range(64, 4096)->Complexity()->Unit(benchmark::kMicrosecond);
+
 // Learns kNeighboursPerPort basic neighbours on every port of a running agent and divides the
 // heap growth (malloc's in-use bytes, block overhead included) and the allocations by their
 // number. Each port first hears a shutdown LLDPDU from nobody, so that what the packet path

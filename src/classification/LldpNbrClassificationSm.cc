@@ -2,11 +2,25 @@
 // removal.
 #include "classification/LldpNbrClassificationSm.h"
 
+#include <vector>
+
+#include "platform/Log.h"
+
 namespace Lldp::Agent {
 
 Platform::TraceFacility nbrClassificationTrace("LldpNbrClassificationSm");
 
 namespace {
+
+const Platform::LogHandle<uint64_t, std::string_view, std::string_view> LLDP_CLASSIFICATION_FULL(
+    {"LLDP_CLASSIFICATION_FULL", Platform::Severity::warning,
+     "Neighbor classification table full (%u entries): telephone %s on %s not classified",
+     "The table of neighbors LLDP identified as telephones holds as many entries as it may, all of them "
+     "still known to LLDP; further telephones are not classified until entries go.",
+     "Look for a neighbor that sends LLDPDUs from ever-changing source addresses, or clear the neighbor "
+     "tables (lldp clear neighbors).",
+     60, {nullptr, "MAC_ADDRESS", "INTERFACE"}});
+
 constexpr const char* kSetTelephone =
     "void Lldp::Agent::setTelephoneClassification(const PtrConst&, "
     "Identity::NbrClassification::Classification&)";
@@ -119,9 +133,38 @@ void NbrClassificationSm::registerNeighbor(const Konet::IntfId& intf, const Neig
       if (oldIntf != intf) delNbrClassificationIntfSm(oldIntf);
     }
   } else {
+    if (nbrClassficationStatus_->neighbor().size() >= kMaxNeighbors && !doMakeRoom()) {
+      ++refusedNeighbors_;
+      TRACE(nbrClassificationTrace, 2) << "Neighbor classification table full: " << neighbor.ethAddr << " on "
+                                       << intf << " not registered";
+      LLDP_CLASSIFICATION_FULL.emit(uint64_t{kMaxNeighbors}, neighbor.ethAddr.toString(), intf.name());
+      return;
+    }
     nbrClassficationStatus_->neighborIs(neighbor.ethAddr, neighbor);
   }
   addNbrClassificationIntfSm(intf);
+}
+
+bool NbrClassificationSm::doMakeRoom() {
+  // A walk of the remote tables, one of the table to find what LLDP no longer holds, and one to
+  // see which interfaces keep entries: asking per entry would walk a port's table per entry.
+  std::set<std::pair<Konet::IntfId, Konet::EthAddr>> held;
+  for (const auto& [intf, portStatus] : status_->portStatus()) {
+    for (const auto& [index, rs] : portStatus->remoteSystem()) held.emplace(intf, rs->ethAddr());
+  }
+  std::vector<Konet::EthAddr> stale;
+  std::set<Konet::IntfId> touched, kept;
+  for (const auto& [addr, entry] : nbrClassficationStatus_->neighbor()) {
+    if (held.contains({entry.intfId, addr})) continue;
+    stale.push_back(addr);
+    touched.insert(entry.intfId);
+  }
+  for (const Konet::EthAddr& addr : stale) nbrClassficationStatus_->neighborDel(addr);
+  for (const auto& [addr, entry] : nbrClassficationStatus_->neighbor()) kept.insert(entry.intfId);
+  for (const Konet::IntfId& intf : touched) {
+    if (!kept.contains(intf)) nbrClassificationIntfSmDel(intf);
+  }
+  return nbrClassficationStatus_->neighbor().size() < kMaxNeighbors;
 }
 
 void NbrClassificationSm::unregisterNeighbor(const Konet::EthAddr& ethAddr, const Konet::IntfId& intf) {

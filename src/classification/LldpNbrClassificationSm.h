@@ -59,6 +59,12 @@ class NbrClassificationSm : public Platform::Reactor {
   using Neighbor = Identity::NbrClassification::Neighbor;
   using Classification = Identity::NbrClassification::Classification;
 
+  // Entries the shared table holds at most: source addresses come from the wire, and a sender
+  // that keeps changing its own must not grow the table for ever. A full table first lets go
+  // of entries LLDP no longer holds; a neighbour that still finds no room is not registered,
+  // counted and logged.
+  static constexpr size_t kMaxNeighbors = 8192;
+
   NbrClassificationSm(Status::PtrConst status, Identity::NbrClassification::Status::Ptr nbrClassficationStatus,
                       Interface::AllEthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir,
                       Platform::Scheduler& scheduler);
@@ -83,6 +89,8 @@ class NbrClassificationSm : public Platform::Reactor {
   void doMarkDirty(const Konet::IntfId& intf);
 
   const Identity::NbrClassification::Status::Ptr& nbrClassficationStatus() const { return nbrClassficationStatus_; }
+  // Neighbours not registered because the table was full, since start.
+  uint64_t refusedNeighbors() const { return refusedNeighbors_; }
 
   PLATFORM_REACTOR_COLL(nbrClassificationIntfSm, Konet::IntfId, NbrClassificationIntfSm)
   PLATFORM_REACTOR_COLL(nbrClassificationPortSm, Konet::IntfId, NbrClassificationPortSm)
@@ -92,8 +100,12 @@ class NbrClassificationSm : public Platform::Reactor {
   Identity::NbrClassification::Status::Ptr nbrClassficationStatus_;
   Interface::AllEthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir_;
   Platform::Scheduler& scheduler_;
+  // Makes room in a full table; whether there is room now.
+  bool doMakeRoom();
+
   std::set<Konet::IntfId> dirty_;
   bool passPosted_ = false;
+  uint64_t refusedNeighbors_ = 0;
   // Posted passes check this before running: the reactor may be gone by then.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

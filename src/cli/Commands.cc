@@ -3,9 +3,12 @@
 
 #include <unistd.h>
 
+#include <chrono>
+
 #include "cli/Model.h"
 #include "cli/Tables.h"
 #include "platform/Json.h"
+#include "platform/Text.h"
 
 namespace Cli {
 
@@ -20,12 +23,15 @@ constexpr size_t kReplyStartBytes = 64;
 // The reply when it is a success; otherwise one line on standard error and nothing.
 std::optional<Json> checked(Context& c, std::optional<Json> reply, const std::string& error) {
   if (!reply) {
-    c.err << "lldp: " << error << "\n";
+    c.err << "lldp: " << Platform::printable(error) << "\n";
     return std::nullopt;
   }
-  if (!reply->value("ok", false)) {
-    const Json problem = reply->value("error", Json::object());
-    c.err << "lldp: the agent refused: " << problem.value("message", "no reason given") << "\n";
+  if (reply->value("ok", Json()) != true) {
+    const Json problem = reply->value("error", Json());
+    const Json message = problem.is_object() ? problem.value("message", Json()) : Json();
+    // The refusal may quote what the request carried: shown escaped, on one line.
+    c.err << "lldp: the agent refused: "
+          << Platform::printable(message.is_string() ? message.get<std::string>() : "no reason given") << "\n";
     return std::nullopt;
   }
   return reply;
@@ -50,7 +56,22 @@ int done(Context& c) {
   return kExitOk;
 }
 
+// A run-time change: the agent runs it at once, the file does not have it.
+int changed(Context& c) {
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"ok", true}, {"saved", false}});
+  } else {
+    c.out << "Changed in the running agent until it restarts or reloads its file; 'lldp config save' keeps it.\n";
+  }
+  return kExitOk;
+}
+
 }  // namespace
+
+double Context::wallNow() const {
+  if (wallClock) return wallClock();
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail) {
   const Json request = interfacesRequest("neighbors", intfs);
@@ -96,13 +117,15 @@ int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail
     return kExitOk;
   }
   Json textRequest = request;
-  if (!c.json) textRequest["attributes"] = neighborRowAttributes();
+  if (!c.json && !detail) textRequest["attributes"] = neighborRowAttributes();
   auto reply = call(c, textRequest);
   if (!reply) return kExitRefused;
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"now", "portStatus"}));
+  } else if (detail) {
+    renderNeighborDetails(*reply, c.out);
   } else {
-    renderNeighbors(neighborRows(*reply), detail, c.out);
+    renderNeighbors(neighborRows(*reply), c.out);
   }
   return kExitOk;
 }
@@ -148,10 +171,17 @@ int showLocal(Context& c) {
 int showConfig(Context& c) {
   auto reply = call(c, {{"op", "config"}});
   if (!reply) return kExitRefused;
+  const Json text = reply->value("config", Json());
   if (c.json) {
     printJson(c, jsonDocument(*reply, {"config"}));
-  } else {
-    c.out << reply->value("config", "");
+  } else if (text.is_string()) {
+    // TOML escapes what it must; what steers a terminal but is valid text is escaped here.
+    std::string_view rest = text.get_ref<const std::string&>();
+    while (!rest.empty()) {
+      const size_t newline = rest.find('\n');
+      c.out << Platform::printable(rest.substr(0, newline)) << "\n";
+      rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
+    }
   }
   return kExitOk;
 }
@@ -177,7 +207,7 @@ int showStatus(Context& c) {
     for (auto& [k, v] : status.items()) doc[k] = v;
     printJson(c, doc);
   } else {
-    renderStatus(status, c.out);
+    renderStatus(status, c.wallNow(), c.out);
   }
   return kExitOk;
 }
@@ -185,16 +215,29 @@ int showStatus(Context& c) {
 int configure(Context& c, const std::string& intf, const std::string& key, const std::string& value) {
   Json request = {{"op", "set"}, {"path", kCliConfigPath}, {"key", key}, {"value", value}};
   if (!intf.empty()) request["interface"] = intf;
-  return call(c, request) ? done(c) : kExitRefused;
+  return call(c, request) ? changed(c) : kExitRefused;
 }
 
 int unconfigure(Context& c, const std::string& intf, const std::string& key) {
-  Json request = {{"op", "delete"}, {"path", kCliConfigPath}, {"key", key}};
+  Json request = {{"op", "delete"}, {"path", kCliConfigPath}};
+  if (!key.empty()) request["key"] = key;
   if (!intf.empty()) request["interface"] = intf;
-  return call(c, request) ? done(c) : kExitRefused;
+  return call(c, request) ? changed(c) : kExitRefused;
 }
 
-int configSave(Context& c) { return call(c, {{"op", "save"}}) ? done(c) : kExitRefused; }
+int configSave(Context& c) {
+  auto reply = call(c, {{"op", "save"}});
+  if (!reply) return kExitRefused;
+  const Json note = reply->value("note", Json());
+  if (c.json) {
+    Json doc = {{"schema", kJsonSchema}, {"ok", true}};
+    if (note.is_string()) doc["note"] = note;
+    printJson(c, doc);
+  } else if (note.is_string()) {
+    c.err << "lldp: saved; " << Platform::printable(note.get<std::string>()) << "\n";
+  }
+  return kExitOk;
+}
 
 int clearNeighbors(Context& c, const std::string& intf) {
   std::string origin = "lldp clear neighbors";
@@ -210,49 +253,52 @@ int clearNeighbors(Context& c, const std::string& intf) {
 
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
            const std::string& value) {
-  const std::string path = std::string(kExternalTlvsPath) + "/" + client;
-  // The client's record is replaced as a whole: read it, add one TLV, write it back.
-  Json ports = Json::array();
-  std::string error;
-  if (auto current = c.agent.ask({{"op", "get"}, {"path", path}}, error); current && current->value("ok", false)) {
-    for (const Json& port : current->value("value", Json::object()).value("portConfig", Json::array())) {
-      Json tlvs = Json::array();
-      for (const Json& t : port.value("unknownOrgDefTlv", Json::array())) {
-        const Json key = t.value("key", Json::object());
-        tlvs.push_back({{"oui", key.value("oui", Json())}, {"subtype", key.value("subtype", Json())},
-                        {"value", t.value("value", "")}});
-      }
-      ports.push_back({{"intfId", port.value("intfId", "")}, {"unknownOrgDefTlv", std::move(tlvs)}});
-    }
+  auto reply = call(c, {{"op", "set"},
+                        {"path", std::string(kExternalTlvsPath) + "/" + client},
+                        {"add", {{"intfId", intf}, {"oui", oui}, {"subtype", subtype}, {"value", value}}}});
+  if (!reply) return kExitRefused;
+  const Json index = reply->value("index", Json());
+  if (c.json) {
+    printJson(c, {{"schema", kJsonSchema}, {"ok", true}, {"index", index}});
+  } else if (index.is_number()) {
+    c.out << "TLV " << oui << " subtype " << subtype << " added on " << Platform::printable(intf) << " as index "
+          << index.dump() << "\n";
   }
-  const Json tlv = {{"oui", oui}, {"subtype", subtype}, {"value", value}};
-  auto it = std::find_if(ports.begin(), ports.end(), [&](const Json& p) { return p.value("intfId", "") == intf; });
-  if (it == ports.end()) {
-    ports.push_back({{"intfId", intf}, {"unknownOrgDefTlv", Json::array({tlv})}});
-  } else {
-    (*it)["unknownOrgDefTlv"].push_back(tlv);
-  }
-  return call(c, {{"op", "set"}, {"path", path}, {"value", {{"portConfig", std::move(ports)}}}}) ? done(c) : kExitRefused;
+  return kExitOk;
 }
 
-int tlvDel(Context& c, const std::string& client) {
-  return call(c, {{"op", "delete"}, {"path", std::string(kExternalTlvsPath) + "/" + client}}) ? done(c)
-                                                                                              : kExitRefused;
+int tlvDel(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
+           unsigned index) {
+  Json request = {{"op", "delete"}, {"path", std::string(kExternalTlvsPath) + "/" + client}};
+  if (!intf.empty()) {
+    request["tlv"] = {{"intfId", intf}, {"oui", oui}, {"subtype", subtype}};
+    if (index) request["tlv"]["index"] = index;
+  }
+  return call(c, request) ? done(c) : kExitRefused;
 }
 
 int watch(Context& c, size_t maxEvents) {
   if (!call(c, {{"op", "subscribe"}, {"path", kStatusPath}, {"types", {"RemoteSystem"}}})) return kExitRefused;
   size_t seen = 0;
   while (auto message = c.agent.nextEvent()) {
-    if (message->value("event", "") == "disconnected") {
-      c.err << "lldp: the agent disconnected this watch: " << message->value("reason", "") << "\n";
+    if (!message->is_object()) continue;
+    const Json event = message->value("event", Json());
+    if (event == "disconnected") {
+      const Json reason = message->value("reason", Json());
+      c.err << "lldp: the agent disconnected this watch: "
+            << Platform::printable(reason.is_string() ? reason.get<std::string>() : "") << "\n";
       return kExitRefused;
     }
-    for (const Json& change : message->value("changes", Json::array())) {
+    const Json changes = message->value("changes", Json());
+    if (!changes.is_array()) continue;
+    const double now = c.wallNow();
+    for (Json change : changes) {
+      if (!change.is_object()) continue;
       if (c.json) {
+        change["time"] = localTimeText(now, true);
         c.out << Platform::jsonText(change, -1) << "\n";
       } else {
-        c.out << watchLine(change) << "\n";
+        c.out << watchLine(change, now) << "\n";
       }
       c.out.flush();
       if (maxEvents && ++seen >= maxEvents) return kExitOk;

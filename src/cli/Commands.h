@@ -2,6 +2,7 @@
 // table or as JSON, and returns the exit status.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,6 +21,9 @@ struct Context {
   std::ostream& err;
   bool json = false;
   bool pretty = true;  // indented JSON, for a terminal; compact for pipes (tens of megabytes less)
+  // Local time in seconds since the epoch (tests set their own).
+  std::function<double()> wallClock;
+  double wallNow() const;
 };
 
 int showNeighbors(Context& c, const std::vector<std::string>& intfs, bool detail);
@@ -35,9 +39,13 @@ int unconfigure(Context& c, const std::string& intf, const std::string& key);
 int configSave(Context& c);
 // One interface's neighbours, or every interface's when intf is empty.
 int clearNeighbors(Context& c, const std::string& intf);
+// One TLV added to the client's on one interface, as one request (two at once lose nothing).
 int tlvAdd(Context& c, const std::string& client, const std::string& intf, const std::string& oui, unsigned subtype,
            const std::string& value);
-int tlvDel(Context& c, const std::string& client);
+// The client's TLVs of one OUI and subtype on an interface (only index when given), or the whole
+// client when intf is empty.
+int tlvDel(Context& c, const std::string& client, const std::string& intf = {}, const std::string& oui = {},
+           unsigned subtype = 0, unsigned index = 0);
 // Prints neighbour events as they come; stops after maxEvents (0: when the agent goes).
 int watch(Context& c, size_t maxEvents = 0);
 

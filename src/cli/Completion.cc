@@ -133,7 +133,7 @@ _lldp() {
   done
   local command="${given[*]}"
   case "$command" in
-    "") words="show configure unconfigure config clear tlv watch decode completion --socket --help" ;;
+    "") words="show configure unconfigure config clear tlv watch decode completion --socket --json --version --help" ;;
     show) words="neighbors interfaces local statistics config classification status --help" ;;
     "show neighbors"*|"show neighbours"*) words="$intfs --json --detail --help" ;;
     "show interfaces"*|"show statistics"*) words="$intfs --json --help" ;;
@@ -151,7 +151,7 @@ _lldp() {
     "clear neighbors"|"clear neighbours") words="$intfs --json --help" ;;
     tlv) words="add del --help" ;;
     "tlv add") words="$intfs --client --json --help" ;;
-    "tlv del") words="--client --json --help" ;;
+    "tlv del") words="$intfs --client --json --help" ;;
     watch) words="--json --help" ;;
     completion) words="--help" ;;
     decode*) COMPREPLY=($(compgen -f -W "--hex --json --help" -- "$cur")); return ;;

@@ -15,6 +15,7 @@
 #include "cli/Completion.h"
 #include "cli/DecodeArgs.h"
 #include "cli/Render.h"
+#include "daemon/Version.h"
 #include "platform/Log.h"
 
 namespace {
@@ -46,11 +47,14 @@ int runDecoder(const Cli::DecodeArgs& args) {
   return runHelper("lldp-decode", LLDP_DECODER, Cli::decodeArgv(args), "lldp decode");
 }
 
-// Splits "[interface IFACE] KEY [VALUE]" into its parts; false when the count is wrong.
-bool keyArgs(std::vector<std::string> args, size_t values, std::string& intf, std::string& key, std::string& value) {
+// Splits "[interface IFACE] KEY [VALUE]" into its parts; false when the count is wrong. With
+// keyOptional, "interface IFACE" alone names the interface's whole section.
+bool keyArgs(std::vector<std::string> args, size_t values, bool keyOptional, std::string& intf, std::string& key,
+             std::string& value) {
   if (args.size() >= 2 && args[0] == "interface") {
     intf = args[1];
     args.erase(args.begin(), args.begin() + 2);
+    if (keyOptional && args.empty()) return true;
   }
   if (args.size() != 1 + values) return false;
   key = args[0];
@@ -76,7 +80,12 @@ std::string usageError(const CLI::App& app, const CLI::ParseError& e) {
   const CLI::App* at = &app;
   while (!at->get_subcommands().empty()) at = at->get_subcommands().front();
   std::string what = e.what();
-  if (what.find("subcommand is required") != std::string::npos) {
+  if (at == &app && what.find("was not expected: ") != std::string::npos) {
+    // A first word that is no command.
+    std::string names;
+    for (const CLI::App* sub : app.get_subcommands({})) names += (names.empty() ? "" : ", ") + sub->get_name();
+    what = "unknown command '" + what.substr(what.find("was not expected: ") + 18) + "'; the commands are: " + names;
+  } else if (what.find("subcommand is required") != std::string::npos) {
     std::string names;
     for (const CLI::App* sub : at->get_subcommands({})) names += (names.empty() ? "" : ", ") + sub->get_name();
     const auto extra = at->remaining();
@@ -94,13 +103,15 @@ int main(int argc, char** argv) {
   CLI::App app{"Command line of the LLDP agent: show neighbours and state, change the configuration, watch "
                "changes. It reaches the agent at its socket (--socket, LLDP_SOCKET, or " +
                std::string(Cli::SocketQuery::kDefaultSocket) + ")."};
-  app.require_subcommand(1);
-  app.fallthrough();  // --socket also after the command; inherited by every command
+  app.require_subcommand(0, 1);
+  app.fallthrough();  // --socket and --json also after the command; inherited by every command
   std::string socketPath;
   bool agentJson = false;
+  bool version = false;
   app.add_option("--socket", socketPath, "The agent's socket (default: LLDP_SOCKET, or " +
                                              std::string(Cli::SocketQuery::kDefaultSocket) + ")");
-  auto addJson = [&](CLI::App* sub) { sub->add_flag("--json", agentJson, "Print JSON (schema 1) instead of text"); };
+  app.add_flag("--json", agentJson, "Print JSON (schema 1) instead of text");
+  app.add_flag("--version", version, "Print the version and exit");
 
   auto* show = app.add_subcommand("show", "Show the agent's state")->require_subcommand(1);
   std::vector<std::string> intfs;
@@ -117,15 +128,14 @@ int main(int argc, char** argv) {
   auto* showConfig = show->add_subcommand("config", "The running configuration, as the file holds it");
   auto* showClassification = show->add_subcommand("classification", "Neighbours classified as telephones");
   auto* showStatus = show->add_subcommand("status", "Version, uptime, ports, neighbours and counters");
-  for (auto* sub : {showNeighbors, showInterfaces, showLocal, showStatistics, showConfig, showClassification, showStatus}) {
-    addJson(sub);
-  }
 
   std::vector<std::string> keyArgsList;
   auto* configure = app.add_subcommand("configure", "Change one setting: [interface IFACE] KEY VALUE");
   configure->add_option("setting", keyArgsList, "[interface IFACE] KEY VALUE (the keys: lldp-agent --config-keys)");
-  auto* unconfigure = app.add_subcommand("unconfigure", "Put one setting back to its default: [interface IFACE] KEY");
-  unconfigure->add_option("setting", keyArgsList, "[interface IFACE] KEY");
+  auto* unconfigure = app.add_subcommand(
+      "unconfigure", "Put one setting back to its default: [interface IFACE] KEY, or remove an interface's settings: "
+                     "interface IFACE");
+  unconfigure->add_option("setting", keyArgsList, "[interface IFACE] KEY, or interface IFACE");
   auto* config = app.add_subcommand("config", "The configuration file")->require_subcommand(1);
   auto* configSave = config->add_subcommand("save", "Write the running configuration to the file");
   auto* clear = app.add_subcommand("clear", "Clear state")->require_subcommand(1);
@@ -135,17 +145,22 @@ int main(int argc, char** argv) {
   clearNeighbors->add_option("interface", clearIntf, "Only this interface's neighbours");
   auto* tlv = app.add_subcommand("tlv", "Send TLVs of your own, as an external TLV client")->require_subcommand(1);
   std::string client = "lldp-cli", tlvIntf, oui, tlvValue;
-  unsigned subtype = 0;
+  unsigned subtype = 0, tlvIndex = 0;
   auto* tlvAdd = tlv->add_subcommand("add", "Add one organisationally specific TLV on an interface");
   tlvAdd->add_option("--client", client, "Client name the TLVs belong to")->capture_default_str();
   tlvAdd->add_option("interface", tlvIntf, "Interface")->required();
   tlvAdd->add_option("oui", oui, "OUI, as 00-12-BB")->required();
   tlvAdd->add_option("subtype", subtype, "Subtype, 0 to 255")->required()->check(CLI::Range(0, 255));
   tlvAdd->add_option("value", tlvValue, "Information, hexadecimal bytes")->required();
-  auto* tlvDel = tlv->add_subcommand("del", "Remove every TLV of a client");
+  auto* tlvDel = tlv->add_subcommand(
+      "del", "Remove a client's TLVs of one OUI and subtype on an interface (one index, or all), or the whole client");
   tlvDel->add_option("--client", client, "Client name")->capture_default_str();
-  auto* watch = app.add_subcommand("watch", "Print neighbour changes as they happen, with their reasons");
-  for (auto* sub : {configure, unconfigure, configSave, clearNeighbors, tlvAdd, tlvDel, watch}) addJson(sub);
+  tlvDel->add_option("interface", tlvIntf, "Interface (without it, every TLV of the client goes)");
+  tlvDel->add_option("oui", oui, "OUI, as 00-12-BB");
+  tlvDel->add_option("subtype", subtype, "Subtype, 0 to 255")->check(CLI::Range(0, 255));
+  tlvDel->add_option("index", tlvIndex, "Index, 1 to 65535 (without it, all of this OUI and subtype)")
+      ->check(CLI::Range(1, 65535));
+  auto* watch = app.add_subcommand("watch", "Print neighbour changes as they happen, with their reasons and times");
   auto* completion = app.add_subcommand("completion", "Print the bash completion script");
 
   auto* decode = app.add_subcommand(
@@ -188,7 +203,17 @@ int main(int argc, char** argv) {
     return kBadInput;
   }
 
+  if (version) {
+    std::cout << "lldp " << Daemon::kVersion << "\n";
+    return 0;
+  }
+  if (app.get_subcommands().empty()) {
+    std::cerr << "lldp: a command is needed: show, configure, unconfigure, config, clear, tlv, watch, decode, "
+                 "completion (see 'lldp --help')\n";
+    return kBadInput;
+  }
   if (decode->parsed()) {
+    decodeArgs.json = decodeArgs.json || agentJson;
     if (!Cli::decodeArgsComplete(*decode, decodeArgs)) {
       std::cerr << Cli::kDecodeUsageError << "\n";
       return kBadInput;
@@ -212,9 +237,10 @@ int main(int argc, char** argv) {
   if (configure->parsed() || unconfigure->parsed()) {
     std::string intf, key, value;
     const bool setting = configure->parsed();
-    if (!keyArgs(keyArgsList, setting ? 1 : 0, intf, key, value)) {
+    if (!keyArgs(keyArgsList, setting ? 1 : 0, !setting, intf, key, value)) {
       const char* name = setting ? "configure" : "unconfigure";
-      std::cerr << "lldp " << name << ": expected " << (setting ? "[interface IFACE] KEY VALUE" : "[interface IFACE] KEY")
+      std::cerr << "lldp " << name << ": expected "
+                << (setting ? "[interface IFACE] KEY VALUE" : "[interface IFACE] KEY, or interface IFACE")
                 << " (see 'lldp " << name << " --help')\n";
       return kBadInput;
     }
@@ -223,7 +249,13 @@ int main(int argc, char** argv) {
   if (configSave->parsed()) return Cli::configSave(context);
   if (clearNeighbors->parsed()) return Cli::clearNeighbors(context, clearIntf);
   if (tlvAdd->parsed()) return Cli::tlvAdd(context, client, tlvIntf, oui, subtype, tlvValue);
-  if (tlvDel->parsed()) return Cli::tlvDel(context, client);
+  if (tlvDel->parsed()) {
+    if (!tlvIntf.empty() && (oui.empty() || tlvDel->count("subtype") == 0)) {
+      std::cerr << "lldp tlv del: expected [IFACE OUI SUBTYPE [INDEX]] (see 'lldp tlv del --help')\n";
+      return kBadInput;
+    }
+    return Cli::tlvDel(context, client, tlvIntf, oui, subtype, tlvIndex);
+  }
   if (watch->parsed()) return Cli::watch(context);
   return 0;
 }

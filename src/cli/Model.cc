@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 #include "cli/Render.h"
+#include "platform/Text.h"
 
 namespace Cli {
 
@@ -108,7 +110,7 @@ const char* adminStatusName(int status) {
   switch (status) {
     case 1: return "tx";
     case 2: return "rx";
-    case 3: return "tx+rx";
+    case 3: return "tx-rx";
     case 4: return "disabled";
   }
   return "?";
@@ -181,7 +183,33 @@ std::string ageText(double seconds) {
   return out;
 }
 
-std::string watchLine(const Json& change) {
+std::string localTimeText(double wallTime, bool iso) {
+  if (!std::isfinite(wallTime) || wallTime < 0 || wallTime > 1e12) return "-";
+  const auto whole = static_cast<std::time_t>(wallTime);
+  std::tm local{};
+  if (!::localtime_r(&whole, &local)) return "-";
+  char out[64];
+  if (!iso) {
+    std::strftime(out, sizeof out, "%Y-%m-%d %H:%M:%S", &local);
+    return out;
+  }
+  char zone[8];
+  std::strftime(out, sizeof out, "%Y-%m-%dT%H:%M:%S", &local);
+  std::strftime(zone, sizeof zone, "%z", &local);  // +0200, written +02:00 as RFC 3339 has it
+  const std::string z = zone;
+  const int millis = static_cast<int>((wallTime - static_cast<double>(whole)) * 1000);
+  char fraction[8];
+  std::snprintf(fraction, sizeof fraction, ".%03d", std::clamp(millis, 0, 999));
+  return std::string(out) + fraction + (z.size() == 5 ? z.substr(0, 3) + ":" + z.substr(3) : z);
+}
+
+std::string agentTimeText(double time, double agentNow, double wallNow) {
+  if (time <= 0) return "never";
+  const double age = std::max(0.0, agentNow - time);
+  return ageText(age) + " ago (" + localTimeText(wallNow - age) + ")";
+}
+
+std::string watchLine(const Json& change, double wallTime) {
   const std::string path = text(change, "path");
   // .../portStatus/<interface>/remoteSystem/<index>
   std::string intf;
@@ -191,11 +219,11 @@ std::string watchLine(const Json& change) {
     intf = path.substr(from, to == std::string::npos ? std::string::npos : to - from);
   }
   const NeighborRow row = neighborRow(intf, child(change, "value"), 0);
-  std::string line = text(change, "kind") + " " + (intf.empty() ? path : intf);
+  std::string line = localTimeText(wallTime) + " " + text(change, "kind") + " " + (intf.empty() ? path : intf);
   if (!row.chassisId.empty()) line += " chassis " + row.chassisId + " port " + row.portId;
   if (!row.sysName.empty()) line += " (" + row.sysName + ")";
   if (change.contains("reason")) line += ": " + text(change, "reason");
-  return line;
+  return Platform::printable(line);
 }
 
 }  // namespace Cli

@@ -60,11 +60,19 @@ struct ClassificationRow {
 };
 std::vector<ClassificationRow> classificationRows(const Json& reply);
 
-// A neighbour event for `lldp watch`: one line for people.
-std::string watchLine(const Json& change);
+// A neighbour event for `lldp watch`: one line for people, starting with the local time it came
+// (seconds since the epoch).
+std::string watchLine(const Json& change, double wallTime);
 
 // 83 seconds is "1m23s"; a day or more "2d03h".
 std::string ageText(double seconds);
+// A moment in local time: "2025-06-01 12:29:44" for people, or with iso
+// "2025-06-01T12:29:44.120+02:00".
+std::string localTimeText(double wallTime, bool iso = false);
+// A time on the agent's clock for people: "5m12s ago (2025-06-01 12:29:44)", or "never" for 0.
+// agentNow is the agent's clock when it answered, wallNow the local time then.
+std::string agentTimeText(double time, double agentNow, double wallNow);
+// The administrative status as the configuration spells it: "tx-rx", "tx", "rx", "disabled".
 const char* adminStatusName(int status);
 
 }  // namespace Cli

@@ -19,17 +19,33 @@ bool SocketQuery::connected(std::string& error) {
   return true;
 }
 
+namespace {
+
+// Why the connection ended: the agent's last word when it gave one (a client limit).
+std::string endedWhy(Ipc::Client& client) {
+  while (auto message = client.nextMessage(0)) {
+    const Json ok = message->value("ok", Json());
+    const Json problem = message->value("error", Json());
+    if (ok == false && problem.is_object() && problem.value("message", Json()).is_string()) {
+      return "the LLDP agent refused the connection: " + problem["message"].get<std::string>();
+    }
+  }
+  return "the LLDP agent closed the connection or did not answer";
+}
+
+}  // namespace
+
 std::optional<Json> SocketQuery::ask(const Json& request, std::string& error) {
   if (!connected(error)) return std::nullopt;
   auto reply = client_->request(request);
-  if (!reply) error = "the LLDP agent closed the connection or did not answer";
+  if (!reply) error = endedWhy(*client_);
   return reply;
 }
 
 bool SocketQuery::askStream(const Json& request, const Sink& sink, std::string& error) {
   if (!connected(error)) return false;
   if (client_->requestStream(request, sink)) return true;
-  error = "the LLDP agent closed the connection or did not answer";
+  error = endedWhy(*client_);
   return false;
 }
 

@@ -3,52 +3,69 @@
 
 #include <algorithm>
 
-#include "cli/Render.h"
+#include "cli/Detail.h"
+#include "platform/Text.h"
 
 namespace Cli {
+
+void Table::rowIs(std::vector<std::string> row) {
+  for (std::string& cell : row) {
+    if (!Platform::isPrintable(cell)) cell = Platform::printable(cell);
+  }
+  rows_.push_back(std::move(row));
+}
 
 void Table::print(std::ostream& out) const {
   std::vector<size_t> widths;
   for (const auto& row : rows_) {
     if (widths.size() < row.size()) widths.resize(row.size(), 0);
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    // A row of one cell (a group title) spans the table and sets no width.
+    for (size_t i = 0; i < row.size() && row.size() > 1; ++i) {
+      widths[i] = std::max(widths[i], Platform::displayWidth(row[i]));
+    }
   }
   for (const auto& row : rows_) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
       line += row[i];
-      if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+      if (i + 1 < row.size()) line += std::string(widths[i] - Platform::displayWidth(row[i]) + 2, ' ');
     }
     out << line << "\n";
   }
 }
 
-void renderNeighbors(const std::vector<NeighborRow>& rows, bool detail, std::ostream& out) {
-  if (!detail) {
-    Table table({"Interface", "Chassis ID", "Port ID", "System name", "Capabilities", "TTL", "Age"});
-    for (const auto& r : rows) {
-      table.rowIs({r.intf, r.chassisId, r.portId, r.sysName, r.capsEnabled, std::to_string(r.ttl), ageText(r.age)});
-    }
-    table.print(out);
-    out << "Neighbors: " << rows.size() << "\n";
-    return;
-  }
+void renderNeighbors(const std::vector<NeighborRow>& rows, std::ostream& out) {
+  Table table({"Interface", "Chassis ID", "Port ID", "System name", "Capabilities", "TTL", "Age"});
   for (const auto& r : rows) {
-    out << "Interface " << r.intf << "\n";
-    Table table({"  Chassis ID", r.chassisId + " (" + r.chassisSubtype + ")"});
-    table.rowIs({"  Port ID", r.portId + " (" + r.portSubtype + ")"});
-    table.rowIs({"  Port description", r.portDesc});
-    table.rowIs({"  System name", r.sysName});
-    table.rowIs({"  System description", r.sysDesc});
-    table.rowIs({"  Capabilities", r.capsSupported});
-    table.rowIs({"  Enabled capabilities", r.capsEnabled});
-    for (const auto& addr : r.managementAddresses) table.rowIs({"  Management address", addr});
-    table.rowIs({"  TTL", std::to_string(r.ttl)});
-    table.rowIs({"  Age", ageText(r.age)});
-    table.print(out);
-    out << "\n";
+    table.rowIs({r.intf, r.chassisId, r.portId, r.sysName, r.capsEnabled, std::to_string(r.ttl), ageText(r.age)});
   }
+  table.print(out);
   out << "Neighbors: " << rows.size() << "\n";
+}
+
+void renderNeighborDetails(const Json& reply, std::ostream& out) {
+  const auto at = [](const Json& j, const char* key) {
+    static const Json none;
+    auto it = j.is_object() ? j.find(key) : j.end();
+    return it == j.end() ? none : *it;
+  };
+  const Json now = at(reply, "now");
+  size_t count = 0;
+  const Json ports = at(reply, "portStatus");
+  for (const Json& port : ports.is_array() ? ports : Json::array()) {
+    const Json intf = at(port, "intfId");
+    const Json neighbours = at(port, "remoteSystem");
+    for (const Json& rs : neighbours.is_array() ? neighbours : Json::array()) {
+      const Json index = at(rs, "index");
+      Table title({"Interface " + (intf.is_string() ? intf.get<std::string>() : std::string("?")) + ", neighbor " +
+                   (index.is_number() ? index.dump() : std::string("?"))});
+      title.print(out);
+      renderDetail(neighborDetail(rs, now.is_number() ? now.get<double>() : -1), out);
+      out << "\n";
+      ++count;
+    }
+  }
+  out << "Neighbors: " << count << "\n";
 }
 
 void renderInterfaces(const std::vector<InterfaceRow>& rows, std::ostream& out) {
@@ -100,16 +117,31 @@ void renderClassification(const std::vector<ClassificationRow>& rows, std::ostre
   table.print(out);
 }
 
-void renderStatus(const Json& status, std::ostream& out) {
+void renderStatus(const Json& status, double wallNow, std::ostream& out) {
+  const Json now = status.value("now", Json());
+  const double agentNow = now.is_number() ? now.get<double>() : 0;
+  const auto shown = [&](const std::string& key, const Json& value) -> std::string {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_array()) {
+      std::string list;
+      for (const Json& item : value) list += (list.empty() ? "" : ", ") + (item.is_string() ? item.get<std::string>() : item.dump());
+      return list.empty() ? "none" : list;
+    }
+    // Times on the agent's clock: an age and the local time.
+    if (value.is_number() && now.is_number() && key.ends_with("Time")) {
+      return agentTimeText(value.get<double>(), agentNow, wallNow);
+    }
+    return value.dump();
+  };
   Table table({"Field", "Value"});
   for (const auto& [key, value] : status.items()) {
-    if (key == "v" || key == "id" || key == "ok") continue;
+    if (key == "v" || key == "id" || key == "ok" || key == "now") continue;
     if (key == "uptime" && value.is_number()) {
-      table.rowIs({key, ageText(value.get<double>())});
+      table.rowIs({key, ageText(value.get<double>()) + " (since " + localTimeText(wallNow - value.get<double>()) + ")"});
     } else if (value.is_object()) {
-      for (const auto& [k, v] : value.items()) table.rowIs({key + "." + k, v.is_string() ? v.get<std::string>() : v.dump()});
+      for (const auto& [k, v] : value.items()) table.rowIs({key + "." + k, shown(k, v)});
     } else {
-      table.rowIs({key, value.is_string() ? value.get<std::string>() : value.dump()});
+      table.rowIs({key, shown(key, value)});
     }
   }
   table.print(out);

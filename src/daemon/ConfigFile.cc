@@ -9,9 +9,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <climits>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <sstream>
 #include <toml++/toml.h>
+
+#include "daemon/ConfigEdit.h"
 
 namespace Daemon {
 namespace {
@@ -20,6 +25,7 @@ struct Walker {
   const std::string& source;
   Settings settings;
   std::vector<std::pair<uint32_t, std::string>> errors;  // by line, for the report
+  std::map<std::string, uint32_t> lines;                 // global keys as written, by line
 
   void error(const toml::node& node, const std::string& key, const std::string& message) {
     std::ostringstream text;
@@ -52,7 +58,11 @@ struct Walker {
     const std::string label = intf.empty() ? key : "interface." + intf + "." + key;
     const auto value = valueOf(node, label);
     if (!value) return;
-    if (auto failure = ConfigSchema::set(settings, intf, key, *value)) error(node, "", failure->text());
+    if (intf.empty()) {
+      if (const auto match = ConfigSchema::find(ConfigScope::global, key)) lines[match->key->key] = node.source().begin.line;
+    }
+    // Rules between keys are checked once the whole file is read, whatever the keys' order.
+    if (auto failure = ConfigSchema::set(settings, intf, key, *value, false)) error(node, "", failure->text());
   }
 
   void walk(const toml::table& table, const std::string& intf, const std::string& prefix) {
@@ -110,8 +120,17 @@ ConfigLoad parseConfig(std::string_view text, const std::string& sourceName) {
     load.errors.push_back(message.str());
     return load;
   }
-  Walker walker{sourceName, Settings{}, {}};
+  Walker walker{sourceName, Settings{}, {}, {}};
   walker.walk(root, "", "");
+  if (walker.errors.empty()) {
+    // Named at the hold time's line, or the interval's when the hold time is the default.
+    const bool holdGiven = walker.lines.contains("hold-time");
+    if (auto error = ConfigSchema::checkTogether(walker.settings, holdGiven ? "hold-time" : "transmit-interval")) {
+      const auto line = walker.lines.find(error->key);
+      const uint32_t at = line == walker.lines.end() ? 1 : line->second;
+      walker.errors.emplace_back(at, sourceName + ":" + std::to_string(at) + ": " + error->text());
+    }
+  }
   if (!walker.errors.empty()) {
     // Tables are walked in key order; people read a report in line order.
     std::stable_sort(walker.errors.begin(), walker.errors.end(),
@@ -152,34 +171,106 @@ ConfigLoad loadConfigFile(const std::string& path, bool missingIsDefault) {
   return parseConfig(text, path);
 }
 
-std::string saveConfigFile(const std::string& path, const Settings& settings) {
-  const std::string text = ConfigSchema::renderToml(settings);
-  const std::string temp = path + ".tmp." + std::to_string(::getpid());
-  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return temp + ": " + std::strerror(errno);
+namespace {
+
+std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+// The file a path names, through any symbolic links (the link stays a link); "" when the links
+// go round.
+std::string resolvedPath(std::string path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+    std::string target(PATH_MAX, '\0');
+    const ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+    if (n <= 0) return path;
+    target.resize(static_cast<size_t>(n));
+    if (target.front() != '/') {
+      const size_t slash = path.rfind('/');
+      target = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + target;
+    }
+    path = std::move(target);
+  }
+  return {};
+}
+
+bool writeAll(int fd, const std::string& text) {
   size_t done = 0;
   while (done < text.size()) {
     const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const std::string error = temp + ": " + std::strerror(errno);
-      ::close(fd);
-      ::unlink(temp.c_str());
-      return error;
-    }
+    if (n <= 0) return false;
     done += static_cast<size_t>(n);
   }
-  // The data must be on disk before the rename makes it the configuration.
-  if (::fsync(fd) != 0 || ::close(fd) != 0) {
-    const std::string error = temp + ": " + std::strerror(errno);
+  return true;
+}
+
+}  // namespace
+
+std::string saveConfigFile(const std::string& path, const Settings& settings, std::string* note) {
+  const std::string file = resolvedPath(path);
+  if (file.empty()) return path + ": too many levels of symbolic links";
+  // What the file is now: its text to edit, and the owner, group and mode to keep.
+  struct stat st{};
+  const bool exists = ::stat(file.c_str(), &st) == 0;
+  if (!exists && errno != ENOENT) return errnoText(file);
+  if (exists && !S_ISREG(st.st_mode)) return file + ": not a regular file";
+  std::string original;
+  if (exists) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) return errnoText(file);
+    original.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  std::string saidNote;
+  const std::string text = editConfigText(original, settings, saidNote);
+  if (note) *note = saidNote;
+
+  const size_t slash = file.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  const std::string temp = dir + "/." + file.substr(slash + 1) + ".tmp." + std::to_string(::getpid());
+  // For the owner alone until it has the file's own owner, group and mode.
+  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) return errnoText(temp);
+  const auto failed = [&](const std::string& error) {
+    ::close(fd);
+    ::unlink(temp.c_str());
+    return error;
+  };
+  if (!writeAll(fd, text)) return failed(errnoText(temp));
+  mode_t mode = 0644;
+  if (exists) {
+    struct stat made{};
+    if (::fstat(fd, &made) != 0) return failed(errnoText(temp));
+    if ((made.st_uid != st.st_uid || made.st_gid != st.st_gid) && ::fchown(fd, st.st_uid, st.st_gid) != 0) {
+      return failed(errnoText(file + ": cannot keep its owner " + std::to_string(st.st_uid) + " and group " +
+                              std::to_string(st.st_gid) + " (the file is left as it was)"));
+    }
+    mode = st.st_mode & 07777;
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode &= ~mask;
+  }
+  if (::fchmod(fd, mode) != 0) return failed(errnoText(temp));
+  // The data on disk before the rename makes it the configuration.
+  if (::fsync(fd) != 0) return failed(errnoText(temp));
+  if (::close(fd) != 0) {
+    ::unlink(temp.c_str());
+    return errnoText(temp);
+  }
+  if (::rename(temp.c_str(), file.c_str()) != 0) {
+    const std::string error = errnoText(file);
     ::unlink(temp.c_str());
     return error;
   }
-  if (::rename(temp.c_str(), path.c_str()) != 0) {
-    const std::string error = path + ": " + std::strerror(errno);
-    ::unlink(temp.c_str());
+  // And the rename on disk too, or a crash may bring the old file back.
+  const int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dirFd < 0 || ::fsync(dirFd) != 0) {
+    const std::string error = errnoText(dir + ": the file is written but the directory could not be synced");
+    if (dirFd >= 0) ::close(dirFd);
     return error;
   }
+  ::close(dirFd);
   return {};
 }
 

@@ -32,8 +32,11 @@ ConfigLoad parseConfig(std::string_view text, const std::string& sourceName);
 // Reads a file. A missing file gives the defaults when missingIsDefault, an error otherwise.
 ConfigLoad loadConfigFile(const std::string& path, bool missingIsDefault);
 
-// Writes the settings as TOML to path through a temporary file and a rename, so that readers see
-// the old or the new file, never a part. Returns an error text, or "" on success.
-std::string saveConfigFile(const std::string& path, const Settings& settings);
+// Writes the settings to the file at path, through a symbolic link to its target: the file's own
+// text edited for the keys that changed (its comments stay; note says when they could not),
+// written to a temporary file beside it with the file's owner, group and mode, synced, renamed
+// over it and the directory synced, so that readers see the old or the new file, never a part,
+// also after a crash. Returns an error text (the file left as it was), or "" on success.
+std::string saveConfigFile(const std::string& path, const Settings& settings, std::string* note = nullptr);
 
 }  // namespace Daemon

@@ -150,7 +150,7 @@ std::string quoted(std::string_view s) {
   return out + "\"";
 }
 
-std::string renderValue(const ConfigValue& v) {
+std::string renderValueText(const ConfigValue& v) {
   switch (v.index()) {
     case 0: return std::get<bool>(v) ? "true" : "false";
     case 1: return std::to_string(std::get<int64_t>(v));
@@ -235,6 +235,19 @@ std::string keyLabel(std::string_view intf, std::string_view key) {
 }
 
 }  // namespace
+
+std::string ConfigSchema::renderValue(const ConfigValue& value) { return renderValueText(value); }
+
+std::optional<ConfigError> ConfigSchema::checkTogether(const Settings& s, std::string_view changedKey) {
+  if (s.messageTxHoldTime >= s.messageTxInterval) return std::nullopt;
+  const std::string why = ": neighbors would forget this system between two LLDPDUs";
+  if (changedKey == "transmit-interval" || changedKey == "messageTxInterval") {
+    return ConfigError{"transmit-interval", std::to_string(s.messageTxInterval) + " is longer than hold-time " +
+                                                std::to_string(s.messageTxHoldTime) + why + " (raise hold-time first)"};
+  }
+  return ConfigError{"hold-time", std::to_string(s.messageTxHoldTime) + " is shorter than transmit-interval " +
+                                      std::to_string(s.messageTxInterval) + why};
+}
 
 std::string ConfigError::text() const { return key.empty() ? message : key + ": " + message; }
 
@@ -323,7 +336,7 @@ std::optional<ConfigValue> ConfigSchema::valueFromText(const ConfigKey& key, std
 }
 
 std::optional<ConfigError> ConfigSchema::set(Settings& settings, std::string_view intf, std::string_view key,
-                                             const ConfigValue& value) {
+                                             const ConfigValue& value, bool together) {
   const ConfigScope scope = intf.empty() ? ConfigScope::global : ConfigScope::port;
   const std::string label = keyLabel(intf, key);
   if (!intf.empty() && !validIntfName(intf)) {
@@ -350,6 +363,9 @@ std::optional<ConfigError> ConfigSchema::set(Settings& settings, std::string_vie
   PortSettings* port = intf.empty() ? nullptr : &copy.ports[std::string(intf)];
   if (std::string error = match->key->set(copy, port, match->params, checked); !error.empty()) {
     return ConfigError{label, error + " (allowed: " + allowed(*match->key) + ")"};
+  }
+  if (together) {
+    if (auto error = checkTogether(copy, key)) return error;
   }
   settings = std::move(copy);
   return std::nullopt;
@@ -385,8 +401,11 @@ std::optional<ConfigError> ConfigSchema::unset(Settings& settings, std::string_v
   }
   const auto match = find(intf.empty() ? ConfigScope::global : ConfigScope::port, key);
   if (!match) return ConfigError{label, intf.empty() ? "unknown key" : "unknown interface key"};
-  PortSettings* port = intf.empty() ? nullptr : &settings.ports[std::string(intf)];
-  match->key->reset(settings, port, match->params);
+  Settings copy = settings;
+  PortSettings* port = intf.empty() ? nullptr : &copy.ports[std::string(intf)];
+  match->key->reset(copy, port, match->params);
+  if (auto error = checkTogether(copy, key)) return error;
+  settings = std::move(copy);
   return std::nullopt;
 }
 
@@ -407,13 +426,13 @@ std::string ConfigSchema::renderToml(const Settings& settings) {
     const std::string prefix(name.substr(0, name.find('.') == name.npos ? 0 : name.find('.')));
     if (prefix != group) out << "\n";
     group = prefix;
-    out << key.key << " = " << renderValue(*value) << "\n";
+    out << key.key << " = " << renderValueText(*value) << "\n";
   }
   for (const auto& [intf, port] : settings.ports) {
     out << "\n[interface." << quoted(intf) << "]\n";
     for (const ConfigKey& key : table()) {
       if (key.scope != ConfigScope::port || std::string_view(key.key).find('<') != std::string_view::npos) continue;
-      out << key.key << " = " << renderValue(*key.get(settings, &port, {})) << "\n";
+      out << key.key << " = " << renderValueText(*key.get(settings, &port, {})) << "\n";
     }
     for (const auto& [app, policy] : port.networkPolicy) {
       const std::string prefix = "network-policy." + std::to_string(app) + ".";
@@ -425,7 +444,7 @@ std::string ConfigSchema::renderToml(const Settings& settings) {
     for (const auto& [tlv, bytes] : port.externalTlv) {
       ConfigKeyParams params{0, tlv.oui().value, tlv.subtype(), tlv.index()};
       out << "external-tlv." << ouiText(tlv.oui().value) << "." << static_cast<int>(tlv.subtype()) << "."
-          << tlv.index() << " = " << renderValue(*getExternalTlv(settings, &port, params)) << "\n";
+          << tlv.index() << " = " << renderValueText(*getExternalTlv(settings, &port, params)) << "\n";
     }
   }
   return out.str();
@@ -440,7 +459,7 @@ std::string ConfigSchema::renderDoc() {
     out << "    " << key.doc << "\n    Allowed: " << allowed(key) << ".";
     if (std::string_view(key.key).find('<') == std::string_view::npos) {
       const auto value = key.get(defaults, &portDefaults, {});
-      if (value) out << " Default: " << renderValue(*value) << ".";
+      if (value) out << " Default: " << renderValueText(*value) << ".";
     }
     out << "\n";
   }

@@ -133,19 +133,27 @@ class ConfigSchema {
   static std::optional<ConfigValue> valueFromText(const ConfigKey& key, std::string_view text);
 
   // Validates and writes one key; on error nothing is changed. intf is empty for global keys.
+  // together checks the rules between keys too (a file checks them once it is read whole).
   static std::optional<ConfigError> set(Settings& settings, std::string_view intf, std::string_view key,
-                                        const ConfigValue& value);
+                                        const ConfigValue& value, bool together = true);
   static std::optional<ConfigError> setText(Settings& settings, std::string_view intf, std::string_view key,
                                             std::string_view text);
   // Puts one key back to its default. A port with no key left stays (its section exists);
   // an empty key removes the whole interface section; "network-policy.<app>" removes a policy.
   static std::optional<ConfigError> unset(Settings& settings, std::string_view intf, std::string_view key);
 
+  // Rules between keys, which no key can check alone: the hold time may not be shorter than the
+  // transmit interval (neighbours would forget this system between two LLDPDUs). changedKey
+  // names the key just written, for the message; empty reports the hold time.
+  static std::optional<ConfigError> checkTogether(const Settings& settings, std::string_view changedKey = {});
+
   // Whether a text is an acceptable Linux interface name.
   static bool validIntfName(std::string_view name);
 
   // The running configuration as a TOML document that loads back to the same settings.
   static std::string renderToml(const Settings& settings);
+  // One value as TOML writes it.
+  static std::string renderValue(const ConfigValue& value);
   // The documentation of every key, for the manual page and --help.
   static std::string renderDoc();
 };

@@ -27,6 +27,14 @@ const Platform::LogHandle<std::string_view> LLDP_CONFIG_NEEDS_RESTART(
      "The setting is read once at start-up, so the running agent keeps its previous value.",
      "Restart the LLDP agent when convenient.", 0, {"CONFIG_KEY"}});
 
+const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_UNSAVED_REPLACED(
+    {"LLDP_CONFIG_UNSAVED_REPLACED", Platform::Severity::warning,
+     "LLDP settings changed at run time and never saved were replaced by the file %s: %s",
+     "The configuration file was read again (a reload) while settings changed through lldp configure or the "
+     "state socket had not been saved to it; the file's values now run instead.",
+     "Make the change again and save it with 'lldp config save', or write it into the file.", 0,
+     {"CONFIG_FILE", "CHANGED_KEYS"}});
+
 // Copies the host's names into the record the agent reads, or the operator's system name
 // instead: the host sources rewrite their record on every host-name check, so the override
 // cannot live there.
@@ -197,22 +205,28 @@ void LldpDaemon::doFatal(const std::string& error) {
 std::optional<ConfigError> LldpDaemon::set(std::string_view intf, std::string_view key, const ConfigValue& value) {
   Settings next = settings_;
   if (auto error = ConfigSchema::set(next, intf, key, value)) return error;
-  settingsIs(next);
+  for (std::string& changed : settingsIs(next)) unsaved_.insert(std::move(changed));
   return std::nullopt;
 }
 
 std::optional<ConfigError> LldpDaemon::setText(std::string_view intf, std::string_view key, std::string_view text) {
   Settings next = settings_;
   if (auto error = ConfigSchema::setText(next, intf, key, text)) return error;
-  settingsIs(next);
+  for (std::string& changed : settingsIs(next)) unsaved_.insert(std::move(changed));
   return std::nullopt;
 }
 
 std::optional<ConfigError> LldpDaemon::unset(std::string_view intf, std::string_view key) {
   Settings next = settings_;
   if (auto error = ConfigSchema::unset(next, intf, key)) return error;
-  settingsIs(next);
+  for (std::string& changed : settingsIs(next)) unsaved_.insert(std::move(changed));
   return std::nullopt;
+}
+
+std::string LldpDaemon::save(std::string* note) {
+  std::string error = saveConfigFile(options_.configPath, settings_, note);
+  if (error.empty()) unsaved_.clear();
+  return error;
 }
 
 bool LldpDaemon::reload(std::vector<std::string>* errors) {
@@ -225,6 +239,12 @@ bool LldpDaemon::reload(std::vector<std::string>* errors) {
     return false;
   }
   const std::vector<std::string> changed = settingsIs(*load.settings);
+  std::string lost;
+  for (const std::string& key : changed) {
+    if (unsaved_.contains(key)) lost += (lost.empty() ? "" : ", ") + key;
+  }
+  if (!lost.empty()) LLDP_CONFIG_UNSAVED_REPLACED.emit(options_.configPath, lost);
+  unsaved_.clear();
   std::string list;
   for (const std::string& key : changed) list += (list.empty() ? "" : ", ") + key;
   LLDP_CONFIG_APPLIED.emit(options_.configPath, list.empty() ? "nothing" : list);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@ class TxSettingsSm;
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_APPLIED;
 extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_REFUSED;
 extern const Platform::LogHandle<std::string_view> LLDP_CONFIG_NEEDS_RESTART;
+extern const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_UNSAVED_REPLACED;
 
 // The name under which the configuration file's own external TLVs are published.
 inline constexpr const char* kConfigTlvClient = "config";
@@ -70,9 +72,13 @@ class LldpDaemon {
   std::optional<ConfigError> setText(std::string_view intf, std::string_view key, std::string_view text);
   std::optional<ConfigError> unset(std::string_view intf, std::string_view key);
   std::string renderConfig() const { return ConfigSchema::renderToml(settings_); }
-  // Writes the running configuration to the configuration file; an error text or "".
-  std::string save() const { return saveConfigFile(options_.configPath, settings_); }
+  // Writes the running configuration to the configuration file; an error text or "". note, when
+  // given, says what the operator should know of a save that succeeded.
+  std::string save(std::string* note = nullptr);
   const std::string& configPath() const { return options_.configPath; }
+  // Keys changed at run time (set, unset) since the file was last read or saved: a reload
+  // replaces them with the file's, and says so.
+  const std::set<std::string>& unsaved() const { return unsaved_; }
 
   // Re-reads the file (SIGHUP). A file with errors is refused and logged, and the running
   // configuration stays; returns false then, with the errors.
@@ -121,6 +127,7 @@ class LldpDaemon {
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onFatal_;
   std::vector<std::function<void()>> onSettingsChanged_;
+  std::set<std::string> unsaved_;
   double startTime_ = 0;
   bool ready_ = false;
   bool stopped_ = false;

@@ -147,7 +147,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);  // a client gone mid-reply is an error return, not a kill
-  if (cl.log == "system") Linux::systemLogSinkIs("lldp-agent");
 
   Linux::AsioScheduler scheduler;
   Daemon::LldpDaemon::Options options;
@@ -158,6 +157,11 @@ int main(int argc, char** argv) {
   Daemon::AgentMetrics metrics(daemon);
   int exitCode = 0;
   std::unique_ptr<Daemon::ControlSocket> socket;
+  // Before the system log is set up: standard error, which the service manager keeps too.
+  const auto failAtStart = [](const std::string& error) {
+    std::cerr << "lldp-agent: " << error << "\n";
+    return 1;
+  };
 #ifdef LLDP_HAVE_STATE_SOCKET
   // A fresh install may not have made the default group yet: the socket is then root's alone,
   // rather than the agent refusing to run. A group named on the command line must exist.
@@ -166,27 +170,32 @@ int main(int argc, char** argv) {
     cl.socketGroup.clear();
   }
   socket = Daemon::makeControlSocket(daemon, {cl.socketPath, cl.socketGroup});
+  // The socket path is taken first: a second agent stops here, before it touches a port, and
+  // the file is made while the privileges to give it its group are still there.
+  Daemon::socketDirectoryIs(cl.socketPath);
+  if (std::string error; !socket->bind(error)) return failAtStart("state socket " + cl.socketPath + ": " + error);
 #endif
+  // Before any thread starts (the log writer is the first): capabilities belong to each thread,
+  // and a thread started earlier would keep them all.
+  if (std::string error = Daemon::dropPrivileges(cl.user); !error.empty()) {
+    return failAtStart("dropping privileges: " + error);
+  }
+  if (cl.log == "system") Linux::systemLogSinkIs("lldp-agent");
   const auto fail = [&](const std::string& error) {
     LLDP_AGENT_FAILED.emit(error);
-    std::cerr << "lldp-agent: " << error << "\n";
+    if (cl.log == "system") std::cerr << "lldp-agent: " << error << "\n";
     exitCode = 1;
     scheduler.stop();
   };
 
   daemon.readyIs([&] {
-    // The socket listens once the agent and the host are complete, and is bound while the
-    // privileges to make it are still there.
+    // The socket listens once the agent and the host are complete.
     std::string socketError;
     if (socket && !socket->listen(socketError)) {
       fail("state socket " + cl.socketPath + ": " + socketError);
       return;
     }
     metrics.start();  // a metrics address that cannot be bound is logged; LLDP runs on
-    if (std::string error = Daemon::dropPrivileges(cl.user); !error.empty()) {
-      fail("dropping privileges: " + error);
-      return;
-    }
     LLDP_AGENT_STARTED.emit(Daemon::kVersion, cl.configPath);
     service.ready();
   });

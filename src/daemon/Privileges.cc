@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <cstdlib>
 #include <fstream>
+#include <string>
 
 namespace Daemon {
 namespace {
@@ -21,6 +23,15 @@ int lastCapability() {
   std::ifstream in("/proc/sys/kernel/cap_last_cap");
   if (in) in >> last;
   return last;
+}
+
+// Threads of this process as /proc counts them; 0 when it cannot tell.
+size_t threadCount() {
+  std::ifstream in("/proc/self/status");
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with("Threads:")) return std::strtoul(line.c_str() + 8, nullptr, 10);
+  }
+  return 0;
 }
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
@@ -41,6 +52,8 @@ uint64_t effectiveCapabilities() {
 }
 
 std::string dropPrivileges(const std::string& user) {
+  // Capabilities and user ids belong to each thread: one already running would keep them all.
+  if (threadCount() > 1) return "another thread already runs and would keep every privilege";
   // The user first: an unknown one must fail before anything is given up.
   uid_t uid = 0;
   gid_t gid = 0;

@@ -15,6 +15,7 @@ std::vector<int> keptCapabilities();
 
 // Keeps only keptCapabilities() (effective, permitted and bounding sets; no inheritable or
 // ambient ones) and, when user is not empty, switches to that user and its groups first.
+// Refuses when the process has more than one thread: the others would keep everything.
 // Returns an error text, or "" on success.
 std::string dropPrivileges(const std::string& user);
 

@@ -23,7 +23,9 @@ ExternalTlvPortConfigSm::ExternalTlvPortConfigSm(Konet::IntfId intfId,
   watch<&ExternalTlvPortConfigSm::handleUnknownOrgDefTlv>(portConfig_, ExternalTlvPortConfig::unknownOrgDefTlvAttr);
 }
 
-void ExternalTlvPortConfigSm::handleUnknownOrgDefTlv() { externalTlvConfigSm_->doSyncLocalPort(intfId_); }
+void ExternalTlvPortConfigSm::handleUnknownOrgDefTlv(const UnknownOrgDefTlv::Key& key) {
+  externalTlvConfigSm_->doSyncTlv(intfId_, key);
+}
 
 ExternalTlvConfigSm::ExternalTlvConfigSm(std::string name, Platform::Ptr<const ExternalTlvConfig> externalTlvConfig,
                                          Root* root)
@@ -70,34 +72,57 @@ void ExternalTlvConfigSm::doSyncLocalPort(const Konet::IntfId& intf) {
   for (auto it = remembered->unknownOrgDefTlv().begin(); it != remembered->unknownOrgDefTlv().end(); ++it) {
     had.push_back(it.value());
   }
-  auto remove = [&](const UnknownOrgDefTlv& tlv) {
-    doRemoveTlv(intf, tlv);
-    remembered->unknownOrgDefTlvDel(tlv.key);
-  };
-  auto add = [&](const UnknownOrgDefTlv& tlv) {
-    doAddTlv(intf, tlv);
-    remembered->unknownOrgDefTlvIs(tlv.key, tlv);
-  };
+  // Removals go last key first: the port keeps its TLVs in one sorted array, from whose end
+  // a removal costs nothing, while from the front it moves every later TLV.
+  std::vector<const UnknownOrgDefTlv*> removals, additions;
   size_t c = 0, h = 0;
   while (c < configured.size() || h < had.size()) {
     if (c == configured.size() || (h < had.size() && had[h].key < configured[c].key)) {
-      remove(had[h++]);
+      removals.push_back(&had[h++]);
     } else if (h == had.size() || configured[c].key < had[h].key) {
-      add(configured[c++]);
+      additions.push_back(&configured[c++]);
     } else {
       if (!(had[h] == configured[c])) {
-        remove(had[h]);
-        add(configured[c]);
+        removals.push_back(&had[h]);
+        additions.push_back(&configured[c]);
       }
       ++c;
       ++h;
     }
+  }
+  for (auto it = removals.rbegin(); it != removals.rend(); ++it) {
+    doRemoveTlv(intf, **it);
+    remembered->unknownOrgDefTlvDel((*it)->key);
+  }
+  for (const UnknownOrgDefTlv* tlv : additions) {
+    doAddTlv(intf, *tlv);
+    remembered->unknownOrgDefTlvIs(tlv->key, *tlv);
   }
   if (!portConfig) {
     tlvsByPortDel(intf);
     return;
   }
   tlvsByPortIs(intf, remembered);
+}
+
+void ExternalTlvConfigSm::doSyncTlv(const Konet::IntfId& intf, const UnknownOrgDefTlv::Key& key) {
+  TRACE(inputSmTrace, 8) << "ExternalTlvConfigSm::doSyncTlv(" << intf << ", " << key << ")";
+  const ExternalTlvPortConfig::Ptr& portConfig = externalTlvConfig_->portConfig(intf);
+  const UnknownOrgDefTlv* configured = portConfig ? portConfig->unknownOrgDefTlv().find(key) : nullptr;
+  Platform::Ptr<UnknownOrgDefTlvList> remembered = tlvsByPort(intf);
+  const UnknownOrgDefTlv* had = remembered ? remembered->unknownOrgDefTlv().find(key) : nullptr;
+  if (had && configured && *had == *configured) return;
+  if (had) {
+    doRemoveTlv(intf, *had);
+    remembered->unknownOrgDefTlvDel(key);
+  }
+  if (!configured) return;
+  if (!remembered) {
+    remembered = Platform::make<UnknownOrgDefTlvList>(intf);
+    tlvsByPortIs(intf, remembered);
+  }
+  doAddTlv(intf, *configured);
+  remembered->unknownOrgDefTlvIs(key, *configured);
 }
 
 void ExternalTlvConfigSm::doSyncNewLocalPort(const Konet::IntfId& intf) {
@@ -131,9 +156,12 @@ void ExternalTlvConfigSm::doClose() {
   std::map<Konet::IntfId, Platform::Ptr<UnknownOrgDefTlvList>> all;
   all.swap(tlvsByPort_);
   for (const auto& [intf, list] : all) {
+    // Last key first, as in doSyncLocalPort.
+    std::vector<UnknownOrgDefTlv> tlvs;
     for (auto it = list->unknownOrgDefTlv().begin(); it != list->unknownOrgDefTlv().end(); ++it) {
-      doRemoveTlv(intf, it.value());
+      tlvs.push_back(it.value());
     }
+    for (auto it = tlvs.rbegin(); it != tlvs.rend(); ++it) doRemoveTlv(intf, *it);
   }
 }
 

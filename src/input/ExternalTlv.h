@@ -19,7 +19,9 @@ class ExternalTlvPortConfigSm : public Platform::Reactor {
  public:
   ExternalTlvPortConfigSm(Konet::IntfId intfId, Platform::Ptr<const ExternalTlvPortConfig> portConfig,
                           ExternalTlvConfigSm* externalTlvConfigSm);
-  void handleUnknownOrgDefTlv();
+  // One TLV of the set changed: only that key is reconciled, so a set of n TLVs written one by
+  // one costs n keyed steps, not n walks of the whole set.
+  void handleUnknownOrgDefTlv(const UnknownOrgDefTlv::Key& key);
   const Platform::Ptr<const ExternalTlvPortConfig>& portConfig() const { return portConfig_; }
 
  private:
@@ -50,6 +52,8 @@ class ExternalTlvConfigSm : public Platform::Reactor {
   void handleInitialized() override;
   void handleExternalTlvPortConfig(const Konet::IntfId& intf);
   void doSyncLocalPort(const Konet::IntfId& intf);
+  // The same reconciliation for one key of the port.
+  void doSyncTlv(const Konet::IntfId& intf, const UnknownOrgDefTlv::Key& key);
   // The port's LocalPort is new: every configured TLV is written to it again.
   void doSyncNewLocalPort(const Konet::IntfId& intf);
   void doAddTlv(const Konet::IntfId& intf, const UnknownOrgDefTlv& tlv);

@@ -57,6 +57,9 @@ bool Client::sendRaw(const std::string& bytes) {
     const ssize_t n = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
+      // The agent may have closed after saying why (a client limit): keep what it said.
+      while (!closed_ && readSome(deadlineOf(0))) {
+      }
       closed_ = true;
       return false;
     }

@@ -2,6 +2,7 @@
 #include "ipc/Server.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include "platform/Json.h"
+#include "platform/Log.h"
 
 namespace Ipc {
 
@@ -33,6 +35,15 @@ void sendNow(int fd, const std::string& text) {
 }
 
 std::string lineOf(const Json& message) { return Platform::jsonText(message, -1) + "\n"; }
+
+const Platform::LogHandle<std::string_view, std::string_view> LLDP_SOCKET_ACCEPT_PAUSED(
+    {"LLDP_SOCKET_ACCEPT_PAUSED", Platform::Severity::warning,
+     "LLDP agent cannot accept connections on %s: %s; retrying",
+     "The process or the system is out of file descriptors or memory; new clients of the state socket "
+     "wait until some are free. This is logged once until a connection is accepted again.",
+     "Look for processes holding many descriptors or connections; raise the agent's descriptor limit "
+     "(LimitNOFILE) if it serves many clients.",
+     0, {"SOCKET", "ERROR"}});
 
 }  // namespace
 
@@ -184,7 +195,8 @@ class Server::Client : public Session {
 };
 
 Server::Server(Platform::Scheduler& scheduler, Service& service, ServerOptions options)
-    : scheduler_(scheduler), service_(service), options_(std::move(options)) {}
+    : scheduler_(scheduler), service_(service), options_(std::move(options)),
+      acceptClock_(scheduler, [this] { handleAcceptClock(); }) {}
 
 Server::~Server() {
   *alive_ = false;
@@ -193,11 +205,45 @@ Server::~Server() {
   clients_.clear();
   if (listenFd_ >= 0) {
     ::close(listenFd_);
-    ::unlink(options_.socketPath.c_str());
+    // Only the file this server made: never one another process put there since.
+    struct stat st{};
+    if (::lstat(options_.socketPath.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) && st.st_ino == socketInode_) {
+      ::unlink(options_.socketPath.c_str());
+    }
   }
+  // The lock file stays: removing it while it is held would let two later agents each lock a
+  // file of their own.
+  if (lockFd_ >= 0) ::close(lockFd_);
 }
 
-bool Server::listen(std::string& error) {
+namespace {
+
+// Who holds the lock: the pid its holder wrote, or nothing.
+std::string lockHolder(int fd) {
+  char text[32] = {};
+  const ssize_t n = ::pread(fd, text, sizeof text - 1, 0);
+  if (n <= 0) return {};
+  std::string pid(text, static_cast<size_t>(n));
+  while (!pid.empty() && (pid.back() == '\n' || pid.back() == ' ')) pid.pop_back();
+  if (pid.empty() || pid.find_first_not_of("0123456789") != std::string::npos) return {};
+  return pid;
+}
+
+// Whether the socket file at addr is stale: nothing listens on it. A full backlog, or a file
+// this process may not connect to, is not known to be stale.
+bool stale(const sockaddr_un& addr) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  const bool refused = ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 &&
+                       errno == ECONNREFUSED;
+  ::close(fd);
+  return refused;
+}
+
+}  // namespace
+
+bool Server::bind(std::string& error) {
+  if (listenFd_ >= 0) return true;
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
   if (options_.socketPath.empty() || options_.socketPath.size() >= sizeof addr.sun_path) {
@@ -216,56 +262,148 @@ bool Server::listen(std::string& error) {
     }
     gid = found->gr_gid;
   }
+  // One agent per path: whoever holds the lock owns the socket file, live or stale.
+  const std::string lockPath = options_.socketPath + ".lock";
+  const int lockFd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (lockFd < 0) {
+    error = errnoText(lockPath.c_str());
+    return false;
+  }
+  if (::flock(lockFd, LOCK_EX | LOCK_NB) != 0) {
+    const std::string holder = errno == EWOULDBLOCK ? lockHolder(lockFd) : std::string();
+    error = errno == EWOULDBLOCK ? "another lldp-agent" + (holder.empty() ? std::string() : " (pid " + holder + ")") +
+                                       " serves " + options_.socketPath +
+                                       "; stop it first, or give this one another --socket"
+                                 : errnoText(("lock " + lockPath).c_str());
+    ::close(lockFd);
+    return false;
+  }
+  const std::string pid = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(lockFd, 0) != 0 || ::pwrite(lockFd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+    error = errnoText(lockPath.c_str());
+    ::close(lockFd);
+    return false;
+  }
   struct stat st{};
   if (::lstat(addr.sun_path, &st) == 0) {
     if (!S_ISSOCK(st.st_mode)) {
       error = options_.socketPath + " exists and is not a socket";
+      ::close(lockFd);
       return false;
     }
-    ::unlink(addr.sun_path);  // left by an agent that did not stop cleanly
+    // Left by an agent that did not stop cleanly, unless something still listens on it.
+    if (!stale(addr)) {
+      error = "a process that holds no lock serves " + options_.socketPath + "; it is left alone";
+      ::close(lockFd);
+      return false;
+    }
+    ::unlink(addr.sun_path);
   }
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     error = errnoText("socket");
+    ::close(lockFd);
     return false;
   }
-  // Never reachable by others, not even between bind and chmod.
+  // Never reachable by others: made for the owner alone, given its group, and only then the
+  // group's access.
   const mode_t previous = ::umask(0177);
   const int bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
   ::umask(previous);
   if (bound != 0) {
     error = errnoText(("bind " + options_.socketPath).c_str());
     ::close(fd);
+    ::close(lockFd);
     return false;
   }
-  if (::chmod(addr.sun_path, options_.mode) != 0 ||
-      (gid != static_cast<gid_t>(-1) && ::chown(addr.sun_path, static_cast<uid_t>(-1), gid) != 0) ||
-      ::listen(fd, 128) != 0) {
+  const bool grouped = gid == static_cast<gid_t>(-1) || ::chown(addr.sun_path, static_cast<uid_t>(-1), gid) == 0;
+  if (!grouped || ::chmod(addr.sun_path, options_.mode) != 0 || ::lstat(addr.sun_path, &st) != 0) {
     error = errnoText(options_.socketPath.c_str());
+    if (!grouped && errno == EPERM) {
+      error += " (giving it the group " + options_.group + " takes CAP_CHOWN at start-up, or running in that group)";
+    }
     ::close(fd);
     ::unlink(addr.sun_path);
+    ::close(lockFd);
     return false;
   }
+  socketInode_ = st.st_ino;
   listenFd_ = fd;
+  lockFd_ = lockFd;
+  return true;
+}
+
+bool Server::listen(std::string& error) {
+  if (!bind(error)) return false;
+  if (listening_) return true;
+  if (::listen(listenFd_, 128) != 0) {
+    error = errnoText(("listen " + options_.socketPath).c_str());
+    return false;
+  }
+  listening_ = true;
   listenWatch_ = scheduler_.readableWatchIs(listenFd_, [this] { handleAccept(); });
   return true;
+}
+
+size_t Server::clientsOf(uid_t uid) const {
+  size_t n = 0;
+  for (const auto& [id, client] : clients_) n += client->peer().uid == uid;
+  return n;
+}
+
+std::string Server::refusalFor(uid_t uid) const {
+  const size_t total = clients_.size();
+  if (total >= options_.maxClients) return "too many clients (" + std::to_string(options_.maxClients) + ")";
+  if (uid == 0) return {};
+  if (total + options_.rootReserve >= options_.maxClients) {
+    return "too many clients (the last " + std::to_string(options_.rootReserve) + " of " +
+           std::to_string(options_.maxClients) + " are kept for root)";
+  }
+  if (clientsOf(uid) >= options_.maxClientsPerUid) {
+    return "too many clients of uid " + std::to_string(uid) + " (" + std::to_string(options_.maxClientsPerUid) +
+           " per user)";
+  }
+  return {};
 }
 
 void Server::handleAccept() {
   for (;;) {
     const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (fd < 0) return;  // EAGAIN, or out of descriptors: the next readiness call tries again
-    if (clients_.size() >= options_.maxClients) {
-      ++counters_.refused;
-      sendNow(fd, lineOf(errorReply("limit", "too many clients (" + std::to_string(options_.maxClients) + ")")));
+    if (fd < 0) {
+      if (errno == EINTR || errno == ECONNABORTED) continue;
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // The connection waits in the backlog and the socket stays readable: accepting again at
+        // once would spin. Pause, and say so once per spell.
+        ++counters_.acceptPauses;
+        if (!acceptFailing_) LLDP_SOCKET_ACCEPT_PAUSED.emit(options_.socketPath, std::strerror(errno));
+        acceptFailing_ = true;
+        listenWatch_.reset();
+        acceptClock_.timeMinIs(scheduler_.now() + options_.acceptBackoff);
+      }
+      return;  // EAGAIN: all taken
+    }
+    acceptFailing_ = false;
+    ucred cred{};
+    socklen_t len = sizeof cred;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 || len != sizeof cred) {
+      // Nobody unknown is served, and nobody is taken for root.
+      ++counters_.peerUnknown;
       ::close(fd);
       continue;
     }
-    ucred cred{};
-    socklen_t len = sizeof cred;
-    ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len);
+    if (const std::string refusal = refusalFor(cred.uid); !refusal.empty()) {
+      ++counters_.refused;
+      sendNow(fd, lineOf(errorReply("limit", refusal)));
+      ::close(fd);
+      continue;
+    }
     clientIs(fd, cred.uid, cred.pid);
   }
+}
+
+void Server::handleAcceptClock() {
+  if (listenFd_ < 0 || !listening_) return;
+  listenWatch_ = scheduler_.readableWatchIs(listenFd_, [this] { handleAccept(); });
 }
 
 void Server::clientIs(int fd, uid_t uid, pid_t pid) {

@@ -8,6 +8,8 @@
 #include <set>
 
 #include "ipc/RecordText.h"
+#include "ipc/Request.h"
+#include "platform/Log.h"
 #include "records/AgentRecords.h"
 #include "records/LldpRecords.h"
 #include "records/RecordsJson.h"
@@ -20,16 +22,9 @@ using Platform::Ptr;
 namespace {
 
 constexpr size_t kMaxSubscriptionsPerSession = 16;
-constexpr size_t kMaxNameLength = 64;
 constexpr int kMaxNesting = 32;
-
-// A refusal that travels up to the reply.
-struct Refusal {
-  std::string code;
-  std::string message;
-};
-
-[[noreturn]] void refuse(std::string code, std::string message) { throw Refusal{std::move(code), std::move(message)}; }
+// Names listed in a refusal that names the known interfaces.
+constexpr size_t kMaxNamesListed = 16;
 
 // nlohmann's parser recurses per level; a request never needs deep nesting.
 bool nestingWithin(const std::string& line, int limit) {
@@ -57,16 +52,6 @@ bool nestingWithin(const std::string& line, int limit) {
   return true;
 }
 
-std::string stringField(const Json& request, const char* name, bool required = true) {
-  auto it = request.find(name);
-  if (it == request.end()) {
-    if (required) refuse("badRequest", std::string("missing \"") + name + "\"");
-    return {};
-  }
-  if (!it->is_string()) refuse("badRequest", std::string("\"") + name + "\" must be a string");
-  return it->get<std::string>();
-}
-
 bool under(const std::string& path, const std::string& base, std::string* rest = nullptr) {
   if (path == base) {
     if (rest) rest->clear();
@@ -79,55 +64,12 @@ bool under(const std::string& path, const std::string& base, std::string* rest =
   return true;
 }
 
-// Interface names may hold '/' (Ethernet3/1); client names may not.
-std::string nameChecked(const std::string& name, const char* what) {
-  const bool slashAllowed = std::string_view(what) == "interface";
-  if (name.empty() || name.size() > kMaxNameLength || (!slashAllowed && name.find('/') != std::string::npos)) {
-    refuse("invalid", std::string("bad ") + what + " name \"" + name.substr(0, kMaxNameLength) + "\"");
-  }
-  for (unsigned char c : name) {
-    if (!std::isprint(c) || std::isspace(c)) refuse("invalid", std::string("bad ") + what + " name");
-  }
-  return name;
-}
-
 std::string valueText(const Json& value) {
   if (value.is_string()) return value.get<std::string>();
   if (value.is_boolean()) return value.get<bool>() ? "true" : "false";
   if (value.is_number_integer()) return value.dump();
   if (value.is_number_float()) return value.dump();
   refuse("badRequest", "\"value\" must be a string, a number or a boolean");
-}
-
-Lldp::Oui ouiOf(const Json& j) {
-  if (j.is_number_unsigned() && j.get<uint64_t>() <= 0xffffff) return Lldp::Oui(static_cast<uint32_t>(j.get<uint64_t>()));
-  if (!j.is_string()) refuse("invalid", "\"oui\" must be three bytes, as \"00-12-BB\"");
-  std::string hex;
-  for (char c : j.get<std::string>()) {
-    if (c == '-' || c == ':' || c == '.') continue;
-    if (!std::isxdigit(static_cast<unsigned char>(c))) refuse("invalid", "\"oui\" must be three bytes, as \"00-12-BB\"");
-    hex += c;
-  }
-  if (hex.size() != 6) refuse("invalid", "\"oui\" must be three bytes, as \"00-12-BB\"");
-  return Lldp::Oui(static_cast<uint32_t>(std::stoul(hex, nullptr, 16)));
-}
-
-std::string bytesOfHex(const std::string& text) {
-  std::string out;
-  int high = -1;
-  for (char c : text) {
-    if (c == ':' || c == '-' || c == ' ') continue;
-    if (!std::isxdigit(static_cast<unsigned char>(c))) refuse("invalid", "\"value\" must be hexadecimal bytes");
-    const int nibble = std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : (std::tolower(c) - 'a' + 10);
-    if (high < 0) {
-      high = nibble;
-    } else {
-      out += static_cast<char>(high << 4 | nibble);
-      high = -1;
-    }
-  }
-  if (high >= 0) refuse("invalid", "\"value\" has an odd number of hexadecimal digits");
-  return out;
 }
 
 std::string userName(uid_t uid) {
@@ -148,20 +90,26 @@ void eachPortStatus(const Ptr<Entity>& status, F&& fn) {
   });
 }
 
-// The interfaces a request names; empty for all.
+// The interface names a request gives, checked: empty for all.
 std::set<std::string> interfaceFilter(const Json& request) {
   std::set<std::string> only;
   auto it = request.find("interfaces");
-  if (it == request.end() || !it->is_array()) return only;
+  if (it == request.end()) return only;
+  if (!it->is_array()) refuse("badRequest", "\"interfaces\" must be a list of interface names");
   for (const Json& j : *it) {
-    if (j.is_string()) only.insert(j.get<std::string>());
+    if (!j.is_string()) refuse("badRequest", "\"interfaces\" must be a list of interface names");
+    only.insert(nameChecked(j.get<std::string>(), "interface"));
   }
-  // Names that are no strings match nothing, as before; a list of only those still filters.
-  if (only.empty() && !it->empty()) only.insert(std::string());
   return only;
 }
 
 std::string textOf(const Json& j) { return Platform::jsonText(j, -1); }
+
+const Platform::LogHandle<std::string_view, uint32_t, int32_t, std::string_view> LLDP_CONFIG_CHANGED(
+    {"LLDP_CONFIG_CHANGED", Platform::Severity::notice,
+     "LLDP configuration changed through the state socket by %s (uid %u, pid %d): %s",
+     "A client of the LLDP agent's state socket changed what the agent sends or how it runs.",
+     Platform::kNoActionRequired, 0, {"USER", "UID", "PID", "CHANGE"}});
 
 Json portCounters(const Lldp::PortStatus& ps) {
   Json j = Platform::recordToJson(ps);
@@ -178,7 +126,10 @@ Json errorReply(const std::string& code, const std::string& message) {
   return {{"v", kProtocolVersion}, {"ok", false}, {"error", {{"code", code}, {"message", message}}}};
 }
 
-Service::Service(Platform::StateDb& db, Paths paths) : db_(db), paths_(std::move(paths)) { stateTypesRegister(); }
+Service::Service(Platform::StateDb& db, Paths paths, Limits limits)
+    : db_(db), paths_(std::move(paths)), limits_(limits) {
+  stateTypesRegister();
+}
 
 Service::~Service() = default;
 
@@ -236,9 +187,10 @@ Json Service::fields(const std::string& op, const Json& request, Session& sessio
   if (op == "config" || op == "save") {
     if (!config_) refuse("unavailable", "this agent has no configuration file to show or save");
     if (op == "config") return {{"config", config_->configText()}};
-    std::string error;
-    if (!config_->configSave(error)) refuse("failed", error);
-    return Json::object();
+    std::string error, note;
+    if (!config_->configSave(error, note)) refuse("failed", error);
+    changed(session, "running configuration saved to the configuration file");
+    return note.empty() ? Json::object() : Json{{"note", note}};
   }
   refuse("unknownOp", "unknown op \"" + op.substr(0, kMaxNameLength) + "\"");
 }
@@ -257,8 +209,32 @@ Json Service::list(const std::string& path) {
   return {{"path", path}, {"children", std::move(children)}};
 }
 
+void Service::interfacesKnown(const std::set<std::string>& names) {
+  if (names.empty()) return;
+  std::set<std::string> known;
+  eachPortStatus(db_.entity(paths_.status), [&](const Lldp::PortStatus& ps) { known.insert(ps.intfId().name()); });
+  if (const auto config = db_.lookup<Lldp::Config>(paths_.config)) {
+    for (const auto& [intf, pc] : config->portConfig()) known.insert(intf.name());
+  }
+  for (const std::string& name : names) {
+    if (known.contains(name)) continue;
+    std::string list;
+    size_t listed = 0;
+    for (const std::string& k : known) {
+      if (listed++ == kMaxNamesListed) {
+        list += " and " + std::to_string(known.size() - kMaxNamesListed) + " more";
+        break;
+      }
+      list += (list.empty() ? "" : ", ") + k;
+    }
+    refuse("notFound", "no LLDP interface " + name +
+                           (known.empty() ? "; there are no LLDP interfaces" : "; the LLDP interfaces are " + list));
+  }
+}
+
 void Service::neighbors(const Json& request, std::string& out) {
   const std::set<std::string> only = interfaceFilter(request);
+  interfacesKnown(only);
   // A client that shows a few columns asks for those only: less to write, send and read.
   std::set<std::string, std::less<>> attributes;
   if (auto it = request.find("attributes"); it != request.end()) {
@@ -298,6 +274,7 @@ void Service::neighbors(const Json& request, std::string& out) {
 
 Json Service::interfaces(const Json& request) {
   const std::set<std::string> only = interfaceFilter(request);
+  interfacesKnown(only);
   Json ports = Json::array();
   const auto config = db_.lookup<Lldp::Config>(paths_.config);
   const auto local = db_.lookup<Lldp::LocalSystem>(paths_.localSystem);
@@ -328,8 +305,9 @@ Json Service::status() {
     neighbours += ps.remoteSystems();
     kernelDrops += ps.rxKernelDropsTotal();
   });
-  Json out = {{"ports", ports}, {"neighbors", neighbours}, {"subscriptions", subscriptionCount_},
-              {"rxKernelDrops", kernelDrops}};
+  // The agent's clock, so that a client can turn the times below into ages.
+  Json out = {{"now", db_.scheduler().now()}, {"ports", ports}, {"neighbors", neighbours},
+              {"subscriptions", subscriptionCount_}, {"rxKernelDrops", kernelDrops}};
   if (Ptr<Entity> status = db_.entity(paths_.status)) {
     Json counters = entityJson(*status);
     counters.erase("portStatus");
@@ -343,6 +321,7 @@ Json Service::status() {
 }
 
 Json Service::subscribe(const Json& request, Session& session) {
+  // Every field is checked before the subscription exists: a refusal leaves none behind.
   const std::string path = stringField(request, "path");
   Ptr<Entity> root = db_.entity(path);
   if (!root) refuse("notFound", "nothing to subscribe to at " + path);
@@ -357,17 +336,15 @@ Json Service::subscribe(const Json& request, Session& session) {
       options.types.insert(t.get<std::string>());
     }
   }
-  if (auto it = request.find("values"); it != request.end()) {
-    if (!it->is_boolean()) refuse("badRequest", "\"values\" must be true or false");
-    options.values = it->get<bool>();
-  }
+  options.values = boolField(request, "values", true);
+  const bool snapshot = boolField(request, "snapshot", false);
   const uint64_t id = nextSubscription_++;
   Session* target = &session;
   session.subscriptions_[id] = std::make_unique<Subscription>(db_.scheduler(), id, path, root, std::move(options),
                                                               [target](Json batch) { target->send(batch); });
   ++subscriptionCount_;
   Json out = {{"subscription", id}};
-  if (request.value("snapshot", false)) out["value"] = entityJson(*root);
+  if (snapshot) out["value"] = entityJson(*root);
   return out;
 }
 
@@ -382,11 +359,21 @@ Json Service::unsubscribe(const Json& request, Session& session) {
 void Service::sessionGone(Session& session) {
   subscriptionCount_ -= session.subscriptions_.size();
   session.subscriptions_.clear();
-  for (const std::string& client : session.ephemeralTlvClients_) {
-    std::string error;
-    db_.dirEntryDel(paths_.externalTlvs, client, error);
+  std::vector<std::string> gone;
+  for (const auto& [client, owner] : ephemeralOwner_) {
+    if (owner == &session) gone.push_back(client);
   }
-  session.ephemeralTlvClients_.clear();
+  for (const std::string& client : gone) {
+    ephemeralOwner_.erase(client);
+    std::string error;
+    if (db_.dirEntryDel(paths_.externalTlvs, client, error)) {
+      changed(session, "external TLV client " + client + " removed: the connection that wrote it closed");
+    }
+  }
+}
+
+void Service::changed(const Session& session, const std::string& what) {
+  LLDP_CONFIG_CHANGED.emit(userName(session.peer().uid), session.peer().uid, session.peer().pid, what);
 }
 
 Json Service::set(const Json& request, Session& session) {
@@ -395,51 +382,25 @@ Json Service::set(const Json& request, Session& session) {
   std::string rest;
   if (under(path, paths_.cliConfig)) {
     if (!config_) refuse("unavailable", "this agent takes no configuration changes");
+    const std::string intf = stringField(request, "interface", false);
     const std::string key = stringField(request, "key");
     auto value = request.find("value");
     if (value == request.end()) refuse("badRequest", "missing \"value\"");
+    const std::string text = valueText(*value);
     std::string error;
-    if (!config_->configKeyIs(stringField(request, "interface", false), key, valueText(*value), error)) {
-      refuse("invalid", error);
-    }
+    if (!config_->configKeyIs(intf, key, text, error)) refuse("invalid", error);
+    changed(session, (intf.empty() ? "" : "interface " + intf + " ") + key + " set to " + text);
     return Json::object();
   }
   if (path == paths_.remTablesCliConfig) return clear(request, session);
+  if (under(path, paths_.externalTlvs, &rest) && !rest.empty()) {
+    const std::string client = nameChecked(rest, "client");
+    if (request.contains("add")) return externalTlvAdd(client, request, session);
+    return externalTlvsIs(client, request, session);
+  }
   const Json value = request.contains("value") ? request["value"] : Json::object();
   if (!value.is_object()) refuse("badRequest", "\"value\" must be an object");
-  if (under(path, paths_.externalTlvs, &rest) && !rest.empty()) {
-    return externalTlvsIs(nameChecked(rest, "client"), value, session);
-  }
-  if (under(path, paths_.poePort, &rest) && !rest.empty()) {
-    nameChecked(rest, "interface");
-    Units::Watts power;
-    uint8_t pdClass = 0, state = 0;
-    bool negotiation = false;
-    for (const auto& [k, v] : value.items()) {
-      if (k == "grantedPower" && v.is_number() && v.get<double>() >= 0 && v.get<double>() <= 100) {
-        power.value = v.get<double>();
-      } else if (k == "poweredDeviceClass" && v.is_number_unsigned() && v.get<uint64_t>() <= 8) {
-        pdClass = static_cast<uint8_t>(v.get<uint64_t>());
-      } else if (k == "poePortState" && v.is_number_unsigned() && v.get<uint64_t>() <= 255) {
-        state = static_cast<uint8_t>(v.get<uint64_t>());
-      } else if (k == "lldpNegotiationSupported" && v.is_boolean()) {
-        negotiation = v.get<bool>();
-      } else {
-        refuse("invalid", "\"" + k.substr(0, kMaxNameLength) +
-                              "\": expected grantedPower (0 to 100 W), poweredDeviceClass (0 to 8), "
-                              "poePortState (0 to 255) or lldpNegotiationSupported (boolean)");
-      }
-    }
-    std::string error;
-    auto poe = Platform::ptrCast<Environment::Power::PoePortStatus>(
-        db_.dirEntryIs(paths_.poePort, rest, "PoePortStatus", error));
-    if (!poe) refuse("invalid", error);
-    poe->grantedPowerIs(power);
-    poe->poweredDeviceClassIs(pdClass);
-    poe->poePortStateIs(state);
-    poe->lldpNegotiationSupportedIs(negotiation);
-    return Json::object();
-  }
+  if (under(path, paths_.poePort, &rest) && !rest.empty()) return setPoePort(nameChecked(rest, "interface"), value, session);
   if (path == paths_.dot1x) {
     auto bypass = value.find("lldpBypass");
     if (bypass == value.end() || !bypass->is_boolean() || value.size() != 1) {
@@ -448,78 +409,71 @@ Json Service::set(const Json& request, Session& session) {
     auto dot1x = db_.lookup<Identity::Dot1x::Status>(path);
     if (!dot1x) refuse("notFound", "nothing at " + path);
     dot1x->lldpBypassIs(bypass->get<bool>());
+    changed(session, std::string("802.1X LLDP bypass ") + (bypass->get<bool>() ? "on" : "off"));
     return Json::object();
   }
   refuse("notWritable", "no writer for " + path);
 }
 
-Json Service::externalTlvsIs(const std::string& client, const Json& value, Session& session) {
-  // Everything is checked before anything is written: a refused request changes nothing.
-  std::map<Konet::IntfId, std::vector<Lldp::UnknownOrgDefTlv>> wantedTlvs;
-  auto ports = value.find("portConfig");
-  if (ports == value.end() || !ports->is_array()) refuse("invalid", "expected {\"portConfig\": [...]}");
-  for (const Json& port : *ports) {
-    if (!port.is_object()) refuse("invalid", "each portConfig entry is an object");
-    const Konet::IntfId intf(nameChecked(stringField(port, "intfId"), "interface"));
-    auto& tlvs = wantedTlvs[intf];
-    auto list = port.find("unknownOrgDefTlv");
-    if (list == port.end() || !list->is_array()) refuse("invalid", "expected \"unknownOrgDefTlv\": [...]");
-    std::map<std::pair<uint32_t, uint8_t>, uint32_t> nextIndex;
-    for (const Json& tlv : *list) {
-      if (!tlv.is_object()) refuse("invalid", "each TLV is an object with oui, subtype and value");
-      const Lldp::Oui oui = ouiOf(tlv.value("oui", Json()));
-      const Json subtype = tlv.value("subtype", Json());
-      if (!subtype.is_number_unsigned() || subtype.get<uint64_t>() > 255) refuse("invalid", "\"subtype\" must be 0 to 255");
-      const std::string bytes = bytesOfHex(tlv.value("value", std::string()));
-      if (bytes.size() > 507) refuse("invalid", "\"value\" longer than 507 bytes");
-      const auto sub = static_cast<uint8_t>(subtype.get<uint64_t>());
-      const uint32_t index = ++nextIndex[{oui.value, sub}];
-      tlvs.push_back({Lldp::UnknownOrgDefTlv::Key(oui, sub, index), Lldp::BoundedString507(bytes)});
+Json Service::setPoePort(const std::string& intf, const Json& value, Session& session) {
+  Units::Watts power;
+  uint8_t pdClass = 0, state = 0;
+  bool negotiation = false;
+  for (const auto& [k, v] : value.items()) {
+    if (k == "grantedPower" && v.is_number() && v.get<double>() >= 0 && v.get<double>() <= 100) {
+      power.value = v.get<double>();
+    } else if (k == "poweredDeviceClass" && v.is_number_unsigned() && v.get<uint64_t>() <= 8) {
+      pdClass = static_cast<uint8_t>(v.get<uint64_t>());
+    } else if (k == "poePortState" && v.is_number_unsigned() && v.get<uint64_t>() <= 255) {
+      state = static_cast<uint8_t>(v.get<uint64_t>());
+    } else if (k == "lldpNegotiationSupported" && v.is_boolean()) {
+      negotiation = v.get<bool>();
+    } else {
+      refuse("invalid", "\"" + k.substr(0, kMaxNameLength) +
+                            "\": expected grantedPower (0 to 100 W), poweredDeviceClass (0 to 8), "
+                            "poePortState (0 to 255) or lldpNegotiationSupported (boolean)");
     }
   }
   std::string error;
-  auto config = Platform::ptrCast<Lldp::ExternalTlvConfig>(
-      db_.dirEntryIs(paths_.externalTlvs, client, "ExternalTlvConfig", error));
-  if (!config) refuse("invalid", error);
-  for (auto it = config->portConfig().begin(); it; ++it) {
-    if (!wantedTlvs.contains(it.key())) config->portConfigDel(it.key());
-  }
-  for (const auto& [intf, tlvs] : wantedTlvs) {
-    auto port = config->portConfigIs(intf);
-    for (auto it = port->unknownOrgDefTlv().begin(); it; ++it) {
-      const auto key = it.key();
-      if (std::none_of(tlvs.begin(), tlvs.end(), [&](const auto& t) { return t.key == key; })) {
-        port->unknownOrgDefTlvDel(key);
-      }
-    }
-    for (const auto& tlv : tlvs) port->unknownOrgDefTlvIs(tlv.key, tlv);
-  }
-  if (value.value("ephemeral", false)) session.ephemeralTlvClients_.push_back(client);
+  auto poe = Platform::ptrCast<Environment::Power::PoePortStatus>(
+      db_.dirEntryIs(paths_.poePort, intf, "PoePortStatus", error));
+  if (!poe) refuse("invalid", error);
+  poe->grantedPowerIs(power);
+  poe->poweredDeviceClassIs(pdClass);
+  poe->poePortStateIs(state);
+  poe->lldpNegotiationSupportedIs(negotiation);
+  changed(session, "power over Ethernet status of " + intf + " written");
   return Json::object();
 }
 
 Json Service::del(const Json& request, Session& session) {
-  (void)session;
   const std::string path = stringField(request, "path");
   if (!db_.writable(path)) refuse("notWritable", "not writable: " + path);
   std::string rest, error;
   if (under(path, paths_.cliConfig)) {
     if (!config_) refuse("unavailable", "this agent takes no configuration changes");
-    if (!config_->configKeyDel(stringField(request, "interface", false), stringField(request, "key"), error)) {
-      refuse("invalid", error);
-    }
+    const std::string intf = stringField(request, "interface", false);
+    // An interface without a key is its whole section.
+    const std::string key = stringField(request, "key", intf.empty());
+    if (!config_->configKeyDel(intf, key, error)) refuse("invalid", error);
+    changed(session, intf.empty() ? key + " back to its default"
+                     : key.empty() ? "interface " + intf + " section removed"
+                                   : "interface " + intf + " " + key + " back to its default");
     return Json::object();
   }
   if (under(path, paths_.externalTlvs, &rest) && !rest.empty()) {
-    if (!db_.dirEntryDel(paths_.externalTlvs, rest, error)) refuse("notFound", error);
-    return Json::object();
+    return externalTlvDel(nameChecked(rest, "client"), request, session);
   }
   if (under(path, paths_.poePort, &rest) && !rest.empty()) {
     if (!db_.dirEntryDel(paths_.poePort, rest, error)) refuse("notFound", error);
+    changed(session, "power over Ethernet status of " + rest + " removed");
     return Json::object();
   }
   if (path == paths_.dot1x) {
-    if (auto dot1x = db_.lookup<Identity::Dot1x::Status>(path)) dot1x->lldpBypassIs(false);
+    auto dot1x = db_.lookup<Identity::Dot1x::Status>(path);
+    if (!dot1x) refuse("notFound", "nothing at " + path);
+    dot1x->lldpBypassIs(false);
+    changed(session, "802.1X LLDP bypass off");
     return Json::object();
   }
   refuse("notWritable", "nothing to delete at " + path);
@@ -528,6 +482,7 @@ Json Service::del(const Json& request, Session& session) {
 Json Service::clear(const Json& request, Session& session) {
   const std::string intf = request.contains("interface") ? nameChecked(stringField(request, "interface"), "interface")
                                                          : std::string();
+  const std::string given = stringField(request, "origin", false);
   auto rtc = db_.lookup<Lldp::RemTablesCliConfig>(paths_.remTablesCliConfig);
   if (!rtc) refuse("unavailable", "the agent is not running yet");
   if (!intf.empty()) {
@@ -542,9 +497,7 @@ Json Service::clear(const Json& request, Session& session) {
   // Each request must be newer than the last one carried out, even twice in one instant.
   const double time = std::max(db_.scheduler().now(), last + 1e-3);
   std::string origin = "state socket, pid " + std::to_string(session.peer().pid);
-  if (auto it = request.find("origin"); it != request.end() && it->is_string() && !it->get<std::string>().empty()) {
-    origin = it->get<std::string>().substr(0, kMaxNameLength) + " (" + origin + ")";
-  }
+  if (!given.empty()) origin = given.substr(0, kMaxNameLength) + " (" + origin + ")";
   rtc->remTablesClearRequestIs(
       Lldp::RemTablesClearRequest{time, userName(session.peer().uid), origin, Konet::IntfId(intf)});
   return {{"time", time}};

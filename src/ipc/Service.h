@@ -7,11 +7,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "ipc/StateTypes.h"
 #include "ipc/Subscription.h"
 #include "platform/StateDb.h"
+#include "records/LldpRecords.h"
 
 namespace Ipc {
 
@@ -28,8 +30,9 @@ class ConfigService {
   virtual bool configKeyDel(const std::string& intf, const std::string& key, std::string& error) = 0;
   // The running configuration as the file would hold it.
   virtual std::string configText() const = 0;
-  // Writes the running configuration back to its file, atomically.
-  virtual bool configSave(std::string& error) = 0;
+  // Writes the running configuration back to its file, atomically; note says what the
+  // operator should know of a save that succeeded (comments that could not be kept).
+  virtual bool configSave(std::string& error, std::string& note) = 0;
 };
 
 // Who is at the other end of a session.
@@ -49,7 +52,6 @@ class Session {
  private:
   friend class Service;
   std::map<uint64_t, std::unique_ptr<Subscription>> subscriptions_;
-  std::vector<std::string> ephemeralTlvClients_;
 };
 
 // Where the agent mounts what the service reads and writes.
@@ -64,14 +66,27 @@ struct ServicePaths {
   std::string poePort = "environment/power/status/poePort";
   std::string dot1x = "identity/dot1x/status";
   std::string classification = "identity/nbrClassification/status";
+  // The external-TLV client the configuration file's own TLVs are published as: no request
+  // may write or remove it, or file changes would stop reaching the wire.
+  std::string configTlvClient = "config";
+};
+
+// Bounds on what clients may have the agent keep for them. A request beyond one is refused
+// with a "limit" error naming it, and changes nothing.
+struct ServiceLimits {
+  size_t externalTlvClients = 32;
+  size_t portsPerClient = 4096;
+  size_t tlvsPerPort = 32;
+  size_t tlvsPerClient = 4096;
 };
 
 
 class Service {
  public:
   using Paths = ServicePaths;
+  using Limits = ServiceLimits;
 
-  Service(Platform::StateDb& db, Paths paths = {});
+  Service(Platform::StateDb& db, Paths paths = {}, Limits limits = {});
   ~Service();
 
   void configServiceIs(ConfigService* config) { config_ = config; }
@@ -99,16 +114,30 @@ class Service {
   Json list(const std::string& path);
   void neighbors(const Json& request, std::string& out);
   Json interfaces(const Json& request);
+  // Refuses names that are no LLDP interface, naming those that are.
+  void interfacesKnown(const std::set<std::string>& names);
   Json status();
   Json subscribe(const Json& request, Session& session);
   Json unsubscribe(const Json& request, Session& session);
   Json set(const Json& request, Session& session);
   Json del(const Json& request, Session& session);
   Json clear(const Json& request, Session& session);
-  Json externalTlvsIs(const std::string& client, const Json& value, Session& session);
+  Json setPoePort(const std::string& intf, const Json& value, Session& session);
+  // External TLV clients: a whole client replaced, one TLV added, TLVs or the client removed.
+  Json externalTlvsIs(const std::string& client, const Json& request, Session& session);
+  Json externalTlvAdd(const std::string& client, const Json& request, Session& session);
+  Json externalTlvDel(const std::string& client, const Json& request, Session& session);
+  // Refuses a client name no request may touch, and a new client beyond the limit.
+  Platform::Ptr<Lldp::ExternalTlvConfig> externalTlvClient(const std::string& client, bool create);
+  void ephemeralIs(const std::string& client, Session* owner);
+  // The log line of a change a client made.
+  void changed(const Session& session, const std::string& what);
 
   Platform::StateDb& db_;
   Paths paths_;
+  Limits limits_;
+  // Clients whose TLVs go when the session that last wrote them closes.
+  std::map<std::string, Session*> ephemeralOwner_;
   ConfigService* config_ = nullptr;
   std::function<Json()> statusProvider_;
   uint64_t nextSubscription_ = 1;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Assert.h"
+#include "platform/Text.h"
 
 namespace Platform {
 
@@ -196,7 +197,10 @@ void LogHandleBase::render(size_t index, const LogValue& value, std::string& out
   const int base = conversions_[index] == 'x' ? 16 : 10;
   switch (value.kind) {
     case LogValue::Kind::text:
-      out.assign(value.text);
+      // Names, descriptions and origins come from neighbours and clients: a line they could
+      // end or colour would let them forge others.
+      out.clear();
+      appendPrintable(out, value.text);
       return;
     case LogValue::Kind::signedInteger:
       integerText(value.signedValue, base, out);

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <map>
 
+#include "platform/Text.h"
+
 namespace Platform {
 
 bool gAnyTraceEnabled = false;
@@ -63,9 +65,12 @@ void readEnvironmentOnce(Registry& r) {
   }
 }
 
+// Lines quote names and descriptions that neighbours sent: under a service manager standard
+// error becomes the journal, where a newline in them would start a forged line.
 void writeToStderr(const TraceFacility& facility, int level, std::string_view line) {
-  std::fprintf(stderr, "%s/%d %.*s\n", facility.name(), level, static_cast<int>(line.size()),
-               line.data());
+  const std::string shown = printable(line);
+  std::fprintf(stderr, "%s/%d %.*s\n", facility.name(), level, static_cast<int>(shown.size()),
+               shown.data());
 }
 
 }  // namespace
@@ -138,7 +143,7 @@ std::vector<std::string> RingTrace::entries() const {
 
 void RingTrace::dump(FILE* out) const {
   std::fprintf(out, "--- ring trace (%zu most recent events) ---\n", lines_.size());
-  for (const std::string& line : entries()) std::fprintf(out, "%s\n", line.c_str());
+  for (const std::string& line : entries()) std::fprintf(out, "%s\n", printable(line).c_str());
 }
 
 void RingTrace::clear() {

@@ -4,6 +4,7 @@
 
 #include "classification/LldpNbrClassificationSm.h"
 #include "data/Traces.h"
+#include "platform/Log.h"
 
 namespace {
 
@@ -144,6 +145,36 @@ TEST_F(NbrClassificationTest, AChangeParsedAtAnUnchangedTimeStampIsStillClassifi
   EXPECT_EQ(table->neighbors(), 0u);
   scheduler.runPending();
   EXPECT_EQ(table->neighbors(), 1u);
+}
+
+TEST_F(NbrClassificationTest, AFullTableLetsGoOfWhatLldpForgotAndOtherwiseRefusesNewcomers) {
+  // As many telephones as the table holds, all on one port, and LLDP holds every one.
+  auto ps = status->portStatus("Ethernet2");
+  for (uint32_t n = 0; n < NbrClassificationSm::kMaxNeighbors; ++n) {
+    const Konet::EthAddr mac(2, 0, 0, static_cast<uint8_t>(n >> 16), static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n));
+    auto rs = ps->remoteSystemIs(nextIndex++, Lldp::Msap{});
+    rs->ethAddrIs(mac);
+    rs->sysCapSupportedIs(Lldp::SystemCapabilitiesMap{Lldp::SystemCapabilitiesMap::telephone});
+  }
+  Platform::traceLevelsIs("LldpNbrClassificationSm/2");  // one line per entry at 6 and above
+  Platform::CapturingLogSink logs;
+  start();
+  scheduler.runPending();
+  ASSERT_EQ(table->neighbors(), NbrClassificationSm::kMaxNeighbors);
+
+  learn("Ethernet1", kPhone, Lldp::SystemCapabilitiesMap::telephone);
+  EXPECT_FALSE(table->neighborHas(kPhone));
+  EXPECT_EQ(table->neighbors(), NbrClassificationSm::kMaxNeighbors);
+  EXPECT_EQ(sm->refusedNeighbors(), 1u);
+  ASSERT_EQ(logs.count("LLDP_CLASSIFICATION_FULL"), 1u);
+  EXPECT_EQ(logs.entries()[0].text,
+            "Neighbor classification table full (8192 entries): telephone 00:1c:73:aa:00:01 on Ethernet1 not classified");
+
+  // LLDP forgets a few of them (their port stays up, so the entries stay): room for the phone.
+  for (int32_t index = 1; index <= 3; ++index) ps->remoteSystemDel(index);
+  learn("Ethernet1", kPhone, Lldp::SystemCapabilitiesMap::telephone);
+  EXPECT_TRUE(table->neighborHas(kPhone));
+  EXPECT_EQ(table->neighbors(), NbrClassificationSm::kMaxNeighbors - 2);
 }
 
 }  // namespace

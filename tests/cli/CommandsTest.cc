@@ -58,7 +58,12 @@ Json neighbour(const char* chassis, const char* sysName, double created) {
 struct CommandsTest : ::testing::Test {
   FakeAgent agent;
   std::ostringstream out, err;
-  Cli::Context context{agent, out, err, false};
+  // Local time is UTC here, and the clock stands at 2025-01-02 03:04:05.25.
+  Cli::Context context{agent, out, err, false, true, [] { return 1735787045.25; }};
+  CommandsTest() {
+    ::setenv("TZ", "UTC", 1);
+    ::tzset();
+  }
   Json neighbours = {{"ok", true},
                      {"now", 1000.0},
                      {"portStatus",
@@ -153,7 +158,7 @@ TEST_F(CommandsTest, InterfacesAndStatisticsComeFromOneReply) {
   agent.replies.push_back(reply);
   agent.replies.push_back(reply);
   Cli::showInterfaces(context, {});
-  EXPECT_THAT(out.str(), HasSubstr("Ethernet1  tx+rx"));
+  EXPECT_THAT(out.str(), HasSubstr("Ethernet1  tx-rx"));
   EXPECT_THAT(out.str(), HasSubstr("port-description,system-name,management-address"));
   EXPECT_THAT(out.str(), HasSubstr("Ethernet9  disabled (inactive)"));
   out.str("");
@@ -173,25 +178,65 @@ TEST_F(CommandsTest, WatchPrintsEachNeighbourEventWithItsReason) {
          {{"seq", 2}, {"kind", "removed"}, {"path", "l2discovery/lldp/status/all/portStatus/Ethernet3/1/remoteSystem/1"},
           {"type", "RemoteSystem"}, {"reason", "aged out"}, {"value", neighbour("02:00:00:00:00:99", "spine-a", 1)}}}}});
   agent.events.push_back({{"event", "disconnected"}, {"reason", "output not read"}});
+  const std::deque<Json> events = agent.events;
   EXPECT_EQ(Cli::watch(context), Cli::kExitRefused);
   EXPECT_EQ(agent.requests[0]["types"], Json::array({"RemoteSystem"}));
   EXPECT_EQ(out.str(),
-            "added Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): new\n"
-            "removed Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): aged out\n");
+            "2025-01-02 03:04:05 added Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): new\n"
+            "2025-01-02 03:04:05 removed Ethernet3/1 chassis 02:00:00:00:00:99 port swp1 (spine-a): aged out\n");
   EXPECT_THAT(err.str(), HasSubstr("output not read"));
+
+  // As JSON, each change is the agent's object with the time it came.
+  out.str("");
+  context.json = true;
+  agent.replies.push_back({{"ok", true}, {"subscription", 2}});
+  agent.events = events;
+  Cli::watch(context);
+  const Json first = Json::parse(out.str().substr(0, out.str().find('\n')));
+  EXPECT_EQ(first["time"], "2025-01-02T03:04:05.250+00:00");
+  EXPECT_EQ(first["reason"], "new");
 }
 
-TEST_F(CommandsTest, TlvAddKeepsTheClientsOtherTlvs) {
-  agent.replies.push_back({{"ok", true},
-                           {"value", {{"portConfig", {{{"intfId", "Ethernet1"},
-                                                       {"unknownOrgDefTlv", {{{"key", {{"oui", "00-11-22"}, {"subtype", 1}, {"index", 1}}},
-                                                                              {"value", "01:02"}}}}}}}}}});
-  agent.replies.push_back({{"ok", true}});
+TEST_F(CommandsTest, StatusShowsAgesAndLocalTimes) {
+  agent.replies.push_back({{"ok", true}, {"now", 5000.0}, {"version", "9.9"}, {"uptime", 4000.0},
+                           {"status", {{"remTablesLastChangeTime", 4688.0}, {"lastPacketParsedTime", 0.0}}},
+                           {"unsavedChanges", {"transmit-interval"}}});
+  EXPECT_EQ(Cli::showStatus(context), Cli::kExitOk);
+  const std::string text = out.str();
+  EXPECT_THAT(text, HasSubstr("uptime                          1h06m (since 2025-01-02 01:57:25)"));
+  EXPECT_THAT(text, HasSubstr("status.remTablesLastChangeTime  5m12s ago (2025-01-02 02:58:53)"));
+  EXPECT_THAT(text, HasSubstr("status.lastPacketParsedTime     never"));
+  EXPECT_THAT(text, HasSubstr("unsavedChanges                  transmit-interval"));
+}
+
+TEST_F(CommandsTest, ChangesAreOneRequestEachAndSayHowLongTheyLast) {
+  // A TLV added or removed alone: nothing is read and written back, so two at once lose nothing.
+  agent.replies.push_back({{"ok", true}, {"index", 2}});
   EXPECT_EQ(Cli::tlvAdd(context, "probe", "Ethernet1", "00-11-22", 2, "0a0b"), Cli::kExitOk);
-  const Json& tlvs = agent.requests[1]["value"]["portConfig"][0]["unknownOrgDefTlv"];
-  ASSERT_EQ(tlvs.size(), 2u);
-  EXPECT_EQ(tlvs[0]["value"], "01:02");
-  EXPECT_EQ(tlvs[1]["subtype"], 2);
+  agent.replies.push_back({{"ok", true}, {"removed", 1}});
+  EXPECT_EQ(Cli::tlvDel(context, "probe", "Ethernet1", "00-11-22", 2, 2), Cli::kExitOk);
+  ASSERT_EQ(agent.requests.size(), 2u);
+  EXPECT_EQ(agent.requests[0]["add"],
+            (Json{{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 2}, {"value", "0a0b"}}));
+  EXPECT_EQ(agent.requests[1]["tlv"], (Json{{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 2}, {"index", 2}}));
+  EXPECT_THAT(out.str(), HasSubstr("added on Ethernet1 as index 2"));
+
+  // A setting lasts until a reload unless saved, and the command says so.
+  out.str("");
+  agent.replies.push_back({{"ok", true}});
+  EXPECT_EQ(Cli::unconfigure(context, "Ethernet1", ""), Cli::kExitOk);
+  EXPECT_FALSE(agent.requests[2].contains("key")) << "an interface alone is its whole section";
+  EXPECT_THAT(out.str(), HasSubstr("'lldp config save' keeps it"));
+  context.json = true;
+  out.str("");
+  agent.replies.push_back({{"ok", true}});
+  EXPECT_EQ(Cli::configure(context, "", "transmit-interval", "10"), Cli::kExitOk);
+  EXPECT_EQ(Json::parse(out.str())["saved"], false);
+
+  // A refusal quoting what it was given is shown on one line, escaped.
+  agent.replies.push_back({{"ok", false}, {"error", {{"code", "invalid"}, {"message", "bad \x1b[2J\nname"}}}});
+  EXPECT_EQ(Cli::configure(context, "", "system.name", "x"), Cli::kExitRefused);
+  EXPECT_EQ(err.str(), "lldp: the agent refused: bad \\x1b[2J\\nname\n");
 }
 
 TEST(AgeText, ReadsLikeAClock) {

@@ -169,15 +169,26 @@ TEST_F(DaemonTest, ReloadOfABadFileIsRefusedLoggedAndTheRunningConfigurationKept
   EXPECT_TRUE(heardByAgent());
 }
 
-TEST_F(DaemonTest, SavedConfigurationReloadsToTheSameSettings) {
-  start("");
+TEST_F(DaemonTest, SavedConfigurationReloadsToTheSameSettingsAndAReloadSaysWhatItReplaced) {
+  start("# ours\n");
   ASSERT_FALSE(daemon_->setText("eth1", "network-policy.6.vlan", "100"));
   ASSERT_FALSE(daemon_->setText("", "interfaces.exclude", "docker*"));
+  EXPECT_EQ(daemon_->unsaved(), (std::set<std::string>{"interface.eth1", "interfaces.exclude"}));
   ASSERT_EQ(daemon_->save(), "");
+  EXPECT_TRUE(daemon_->unsaved().empty());
   const Settings saved = daemon_->settings();
   EXPECT_TRUE(daemon_->reload());
   EXPECT_TRUE(daemon_->settings() == saved);
   EXPECT_EQ(portConfig()->networkPolicyConfig(6).vlanId, 100);
+  EXPECT_EQ(logs_.count("LLDP_CONFIG_UNSAVED_REPLACED"), 0u);
+
+  // A change never saved is replaced by the file's value at the next reload, and the log says so.
+  ASSERT_FALSE(daemon_->setText("", "transmit-interval", "15"));
+  ASSERT_TRUE(daemon_->reload());
+  ASSERT_EQ(logs_.count("LLDP_CONFIG_UNSAVED_REPLACED"), 1u);
+  EXPECT_THAT(logs_.entries()[logs_.entries().size() - 2].arguments, ElementsAre(path_, "transmit-interval"));
+  EXPECT_EQ(daemon_->settings().messageTxInterval, 30u);
+  EXPECT_TRUE(daemon_->unsaved().empty());
 }
 
 TEST_F(DaemonTest, ShutdownStopsTheAgentOnceAndLaterChangesOnlyRecordSettings) {

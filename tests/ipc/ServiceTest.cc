@@ -5,6 +5,7 @@
 #include "agent/AgentFixture.h"
 #include "ipc/Service.h"
 #include "records/LldpRecords.h"
+#include "records/RecordsJson.h"
 
 namespace IpcTest {
 namespace {
@@ -43,7 +44,7 @@ struct FakeConfig : Ipc::ConfigService {
     return true;
   }
   std::string configText() const override { return "[lldp]\n"; }
-  bool configSave(std::string& error) override {
+  bool configSave(std::string& error, std::string&) override {
     error = "read-only file system";
     return false;
   }
@@ -279,6 +280,115 @@ TEST_F(ServiceTest, UnsubscribeStopsEventsAndSubscriptionsAreLimited) {
   for (int i = 0; i < 16; ++i) ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}});
   EXPECT_EQ(ask({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}})["error"]["code"], "limit");
   EXPECT_EQ(ask({{"op", "subscribe"}, {"path", "no/where"}})["error"]["code"], "notFound");
+}
+
+// Everything a refused request could have changed: the input records, the subscriptions, the
+// configuration calls and the change log.
+struct Snapshot {
+  Json records;
+  size_t subscriptions;
+  size_t configCalls;
+  size_t changeLogs;
+  bool operator==(const Snapshot&) const = default;
+};
+
+TEST_F(ServiceTest, ARefusedRequestOfAnyKindChangesNothing) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  scheduler.runFor(5);
+  Ipc::Service limited{db, {}, {2, 2, 2, 3}};
+  limited.configServiceIs(&config);
+  const auto ask2 = [&](const Json& r) { return limited.handle(r.dump(), session); };
+  const std::string tlvs = "l2discovery/lldp/externalTlvs/";
+  // Something in place to be changed: one client with two TLVs, one subscription.
+  ASSERT_TRUE(ask2({{"op", "set"}, {"path", tlvs + "a"}, {"add", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "01"}}}})["ok"]);
+  ASSERT_TRUE(ask2({{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "02"}}}})["ok"]);
+  ASSERT_TRUE(ask2({{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet2"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "02"}}}})["ok"]);
+  ASSERT_TRUE(ask2({{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "03"}}}})["ok"]);
+  ASSERT_TRUE(ask2({{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}})["ok"]);
+  const auto snapshot = [&] {
+    Json records;
+    for (const char* path : {"l2discovery/lldp/cliConfig", "l2discovery/lldp/externalTlvs", "identity/dot1x/status",
+                             "environment/power/status/poePort", "l2discovery/lldp/remTablesCliConfig"}) {
+      records[path] = ask2({{"op", "get"}, {"path", path}});
+    }
+    records["local"] = Platform::recordToJson(*localSystem()->localPort("Ethernet1"));
+    return Snapshot{records, limited.subscriptions(), config.calls.size(), logs.count("LLDP_CONFIG_CHANGED")};
+  };
+  const Snapshot before = snapshot();
+  const Json tlv = {{"oui", "00-11-22"}, {"subtype", 1}, {"value", "01"}};
+  const Json refused[] = {
+      {{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}, {"snapshot", "yes"}},
+      {{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}, {"values", 1}},
+      {{"op", "subscribe"}, {"path", "l2discovery/lldp/cliConfig"}, {"types", "RemoteSystem"}},
+      {{"op", "unsubscribe"}, {"subscription", 999}},
+      {{"op", "set"}, {"path", "l2discovery/lldp/cliConfig"}, {"key", "messageTxInterval"}, {"value", 0}},
+      {{"op", "set"}, {"path", "l2discovery/lldp/cliConfig"}, {"key", "enabled"}, {"value", Json::array()}},
+      {{"op", "set"}, {"path", "l2discovery/lldp/cliConfig"}, {"value", 5}},
+      {{"op", "delete"}, {"path", "l2discovery/lldp/cliConfig"}},
+      {{"op", "set"}, {"path", tlvs + "c"}, {"value", {{"portConfig", Json::array()}, {"ephemeral", "yes"}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"value", {{"portConfig", {{{"intfId", "Ethernet1"}, {"unknownOrgDefTlv", {tlv, {{"oui", "xx"}}}}}}}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"value", {{"portConfig", {{{"intfId", "Ethernet1"}, {"unknownOrgDefTlv", {tlv}}}, {{"intfId", "Ethernet1"}, {"unknownOrgDefTlv", {tlv}}}}}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"value", {{"portConfig", {{{"intfId", "Ethernet1"}, {"unknownOrgDefTlv", {tlv, tlv, tlv}}}}}}}},
+      {{"op", "set"}, {"path", tlvs + "c"}, {"value", {{"portConfig", Json::array()}}}},
+      {{"op", "set"}, {"path", tlvs + "config"}, {"value", {{"portConfig", Json::array()}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet3"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "03"}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "03"}}}},
+      {{"op", "set"}, {"path", tlvs + "b"}, {"add", {{"intfId", "Ethernet2"}, {"oui", "00-11-22"}, {"subtype", 1}, {"value", "03"}}}},
+      {{"op", "set"}, {"path", tlvs + "a"}, {"add", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 256}, {"value", "03"}}}},
+      {{"op", "set"}, {"path", tlvs + "a"}, {"add", tlv}, {"ephemeral", "yes"}},
+      {{"op", "delete"}, {"path", tlvs + "config"}},
+      {{"op", "delete"}, {"path", tlvs + "nobody"}},
+      {{"op", "delete"}, {"path", tlvs + "a"}, {"tlv", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 7}}}},
+      {{"op", "set"}, {"path", "environment/power/status/poePort/Ethernet1"}, {"value", {{"grantedPower", 500}}}},
+      {{"op", "set"}, {"path", "environment/power/status/poePort/bad name"}, {"value", Json::object()}},
+      {{"op", "set"}, {"path", "identity/dot1x/status"}, {"value", {{"lldpBypass", true}, {"more", 1}}}},
+      {{"op", "clear"}, {"interface", "Ethernet7"}},
+      {{"op", "clear"}, {"origin", 5}},
+      {{"op", "neighbors"}, {"interfaces", {"Ethernet7"}}},
+      {{"op", "neighbors"}, {"interfaces", {1}}},
+      {{"op", "interfaces"}, {"interfaces", {"Ethernet7"}}},
+      {{"op", "get"}},
+  };
+  for (const Json& request : refused) {
+    SCOPED_TRACE(request.dump());
+    const Json reply = ask2(request);
+    EXPECT_EQ(reply["ok"], false) << reply.dump();
+    scheduler.runPending();
+    EXPECT_TRUE(snapshot() == before);
+  }
+  // The refusals say which bound was met, and name the known interfaces.
+  const auto why = [&](size_t i) { return ask2(refused[i])["error"]["message"].get<std::string>(); };
+  EXPECT_EQ(why(11), "at most 2 TLVs per port");
+  EXPECT_EQ(why(12), "at most 2 external TLV clients");
+  EXPECT_EQ(why(14), "at most 2 ports per client");
+  EXPECT_EQ(why(15), "at most 2 TLVs per port");
+  EXPECT_EQ(why(16), "at most 3 TLVs per client");
+  EXPECT_THAT(why(13), testing::HasSubstr("is the configuration file's"));
+  EXPECT_EQ(why(27), "no LLDP interface Ethernet7; the LLDP interfaces are Ethernet1");
+  limited.sessionGone(session);
+}
+
+TEST_F(ServiceTest, OneTlvComesAndGoesAloneAndShortLivedClientsAreKeptOnce) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  scheduler.runFor(5);
+  const std::string path = "l2discovery/lldp/externalTlvs/probe";
+  const Json add = {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 9}, {"value", "aa"}};
+  EXPECT_EQ(ask({{"op", "set"}, {"path", path}, {"add", add}, {"ephemeral", true}})["index"], 1);
+  EXPECT_EQ(ask({{"op", "set"}, {"path", path}, {"add", add}, {"ephemeral", true}})["index"], 2);
+  EXPECT_EQ(ask({{"op", "delete"}, {"path", path}, {"tlv", {{"intfId", "Ethernet1"}, {"oui", "00-11-22"}, {"subtype", 9}, {"index", 1}}}})["removed"], 1);
+  EXPECT_EQ(ask({{"op", "set"}, {"path", path}, {"add", add}})["index"], 1) << "the lowest free index";
+  scheduler.runFor(5);
+  EXPECT_EQ(heard("Ethernet1")->unknownOrgDefTlvs(), 2u);
+  // Each change is logged with who made it.
+  EXPECT_THAT(logs.entries().back().text,
+              testing::MatchesRegex("LLDP configuration changed through the state socket by [^ ]+ \\(uid 0, pid 4242\\): "
+                                    "external TLV client probe added OUI 00-11-22 subtype 9 index 1 on Ethernet1"));
+  service.sessionGone(session);
+  scheduler.runFor(5);
+  EXPECT_EQ(heard("Ethernet1")->unknownOrgDefTlvs(), 0u) << "the client was short-lived once";
+  EXPECT_EQ(logs.count("LLDP_CONFIG_CHANGED"), 5u) << "the last for the client going with its connection";
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
-// The state socket in real time: framing, oversized requests, the client limit,
-// the file's mode, and a subscriber that never reads.
+// The state socket in real time: framing, oversized requests, the client limits, the file's
+// mode, one server per path, running out of descriptors, and a subscriber that never reads.
 #include <gmock/gmock.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -162,6 +165,162 @@ TEST_F(SocketTest, ASubscriberThatNeverReadsIsDisconnectedAndTheAgentGoesOn) {
   while (slow->nextMessage(0.2)) {
   }
   EXPECT_TRUE(slow->closed());
+}
+
+TEST_F(SocketTest, OneServerPerPathAndALiveSocketIsNeverTakenOver) {
+  listen();
+  Ipc::Server second(scheduler, service, options);
+  std::string error;
+  EXPECT_FALSE(second.listen(error));
+  EXPECT_THAT(error, testing::HasSubstr("another lldp-agent (pid " + std::to_string(::getpid()) + ") serves " +
+                                        options.socketPath));
+  auto client = connect();
+  EXPECT_TRUE(ask(*client, "{\"op\":\"hello\"}")) << "the first server still serves its path";
+
+  // A listener that holds no lock (another program, an older agent) keeps its file.
+  const std::string other = dir + "/other.sock";
+  const int live = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  other.copy(addr.sun_path, sizeof addr.sun_path - 1);
+  ASSERT_EQ(::bind(live, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+  ASSERT_EQ(::listen(live, 4), 0);
+  Ipc::ServerOptions otherOptions = options;
+  otherOptions.socketPath = other;
+  Ipc::Server third(scheduler, service, otherOptions);
+  EXPECT_FALSE(third.listen(error));
+  EXPECT_THAT(error, testing::HasSubstr("holds no lock"));
+  Ipc::Client probe;
+  EXPECT_TRUE(probe.connect(other, error)) << "the file was left alone: " << error;
+  ::close(live);
+
+  // Once the first server goes, its path is free again; its lock file stays.
+  client.reset();
+  server.reset();
+  EXPECT_TRUE(std::filesystem::exists(options.socketPath + ".lock"));
+  listen();
+}
+
+TEST_F(SocketTest, OutOfDescriptorsAcceptingPausesAndIsLoggedOnce) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizers open a pipe for each check of an object's type, and no descriptor is left: the "
+                  "release build runs this";
+#endif
+  Platform::CapturingLogSink logs;
+  options.acceptBackoff = 0.2;
+  listen();
+  rlimit saved{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+  // Every descriptor taken but the one the client needs: the server's accept then fails.
+  std::vector<int> held;
+  rlimit low = saved;
+  low.rlim_cur = 256;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  for (int fd; (fd = ::dup(0)) >= 0;) held.push_back(fd);
+  ::close(held.back());
+  held.pop_back();
+  Ipc::Client client;
+  std::string error;
+  const bool connected = client.connect(options.socketPath, error);
+  scheduler.runFor(0.5);  // some 30,000 turns of the loop if accepting spun
+  const uint64_t pauses = server->counters().acceptPauses;
+  for (int fd : held) ::close(fd);
+  ::setrlimit(RLIMIT_NOFILE, &saved);
+  ASSERT_TRUE(connected) << error;
+  EXPECT_GE(pauses, 1u);
+  EXPECT_LE(pauses, 4u) << "accepting waits between tries";
+  EXPECT_EQ(logs.count("LLDP_SOCKET_ACCEPT_PAUSED"), 1u);
+  // Descriptors free again: the waiting client is served.
+  client.sendRaw("{\"op\":\"hello\"}\n");
+  std::optional<Json> reply;
+  for (int i = 0; i < 100 && !reply; ++i) {
+    scheduler.runFor(0.01);
+    reply = client.nextMessage(0);
+  }
+  ASSERT_TRUE(reply);
+  EXPECT_TRUE((*reply)["ok"]);
+}
+
+// A process of another user that opens connections until one is refused, reports how many it
+// got and the refusal, and keeps them open until its pipe closes.
+struct Stranger {
+  pid_t pid = -1;
+  int report = -1;  // read: the count, then the refusal text
+  int hold = -1;    // closed to let it go
+  Stranger(const std::string& path, uid_t uid, int most) {
+    int up[2], down[2];
+    if (::pipe(up) != 0 || ::pipe(down) != 0) return;
+    pid = ::fork();
+    if (pid == 0) {
+      ::close(up[0]);
+      ::close(down[1]);
+      if (::setgid(uid) != 0 || ::setuid(uid) != 0) _exit(3);
+      std::vector<std::unique_ptr<Ipc::Client>> clients;
+      std::string refusal;
+      for (int i = 0; i < most && refusal.empty(); ++i) {
+        auto c = std::make_unique<Ipc::Client>();
+        std::string error;
+        if (!c->connect(path, error)) _exit(4);
+        auto reply = c->request({{"op", "hello"}}, 5);
+        if (reply && reply->value("ok", false)) {
+          clients.push_back(std::move(c));
+        } else {
+          // The refusal comes unasked, before the connection closes.
+          auto early = c->nextMessage(0);
+          refusal = early ? early->dump() : reply ? reply->dump() : "closed";
+        }
+      }
+      const std::string text = std::to_string(clients.size()) + " " + refusal;
+      [[maybe_unused]] ssize_t n = ::write(up[1], text.data(), text.size());
+      ::close(up[1]);
+      char c;
+      [[maybe_unused]] ssize_t r = ::read(down[0], &c, 1);
+      _exit(0);
+    }
+    ::close(up[1]);
+    ::close(down[0]);
+    report = up[0];
+    hold = down[1];
+  }
+  ~Stranger() {
+    ::close(hold);
+    ::close(report);
+    if (pid > 0) ::waitpid(pid, nullptr, 0);
+  }
+};
+
+TEST_F(SocketTest, NoUserCanTakeEveryConnectionAndTheLastAreRoots) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to connect as other users";
+  options.maxClients = 6;
+  options.maxClientsPerUid = 2;
+  options.rootReserve = 2;
+  options.mode = 0666;
+  ::chmod(dir.c_str(), 0755);
+  listen();
+  // Each stranger's report, while the server turns.
+  const auto reportOf = [&](Stranger& s) {
+    ::fcntl(s.report, F_SETFL, O_NONBLOCK);
+    std::string text;
+    for (int i = 0; i < 500; ++i) {
+      scheduler.runFor(0.01);
+      char buffer[512];
+      const ssize_t n = ::read(s.report, buffer, sizeof buffer);
+      if (n > 0) text.append(buffer, static_cast<size_t>(n));
+      if (n == 0) break;
+    }
+    return text;
+  };
+  Stranger first(options.socketPath, 65534, 5);
+  EXPECT_THAT(reportOf(first), testing::MatchesRegex("2 .*too many clients of uid 65534 \\(2 per user\\).*"));
+  Stranger second(options.socketPath, 65533, 5);
+  EXPECT_THAT(reportOf(second), testing::StartsWith("2 "));
+  Stranger third(options.socketPath, 65532, 5);
+  EXPECT_THAT(reportOf(third), testing::MatchesRegex("0 .*kept for root.*"));
+  auto root1 = connect();
+  auto root2 = connect();
+  EXPECT_TRUE(ask(*root1, "{\"op\":\"hello\"}"));
+  EXPECT_TRUE(ask(*root2, "{\"op\":\"hello\"}"));
+  EXPECT_EQ(server->clients(), 6u);
 }
 
 std::vector<uint8_t> lldpdu(uint32_t chassis, const std::string& sysDesc) {

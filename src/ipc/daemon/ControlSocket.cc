@@ -3,6 +3,8 @@
 // `config save` stay one.
 #include "daemon/ControlSocket.h"
 
+#include <sys/stat.h>
+
 #include "daemon/Daemon.h"
 #include "daemon/Version.h"
 #include "ipc/Server.h"
@@ -30,8 +32,8 @@ class DaemonConfig : public Ipc::ConfigService {
     return true;
   }
   std::string configText() const override { return daemon_.renderConfig(); }
-  bool configSave(std::string& error) override {
-    error = daemon_.save();
+  bool configSave(std::string& error, std::string& note) override {
+    error = daemon_.save(&note);
     return error.empty();
   }
 
@@ -50,22 +52,30 @@ class StateSocket : public ControlSocket {
       const LldpDaemon::Summary summary = daemon_.summary();
       Ipc::Json status = {{"version", kVersion},
                           {"uptime", daemon_.uptime()},
-                          {"netlinkResyncs", summary.netlinkResyncs}};
+                          {"netlinkResyncs", summary.netlinkResyncs},
+                          {"unsavedChanges", daemon_.unsaved()}};
       // The socket's own figures: refused and cut-off clients are otherwise invisible.
       if (server_) {
         const Ipc::Server::Counters& c = server_->counters();
         status["socket"] = {{"clients", server_->clients()},      {"accepted", c.accepted},
                             {"refused", c.refused},               {"requests", c.requests},
                             {"errors", c.errors},                 {"oversized", c.oversized},
-                            {"slowDisconnects", c.slowDisconnects}};
+                            {"slowDisconnects", c.slowDisconnects}, {"peerUnknown", c.peerUnknown},
+                            {"acceptPauses", c.acceptPauses}};
       }
       return status;
     });
   }
   ~StateSocket() override { server_.reset(); }
 
+  bool bind(std::string& error) override {
+    if (!server_) server_ = std::make_unique<Ipc::Server>(daemon_.scheduler(), service_, options_);
+    if (server_->bind(error)) return true;
+    server_.reset();
+    return false;
+  }
   bool listen(std::string& error) override {
-    server_ = std::make_unique<Ipc::Server>(daemon_.scheduler(), service_, options_);
+    if (!server_) server_ = std::make_unique<Ipc::Server>(daemon_.scheduler(), service_, options_);
     if (server_->listen(error)) return true;
     server_.reset();
     return false;
@@ -81,6 +91,13 @@ class StateSocket : public ControlSocket {
 };
 
 }  // namespace
+
+void socketDirectoryIs(const std::string& socketPath) {
+  const size_t slash = socketPath.rfind('/');
+  if (slash == std::string::npos || slash == 0) return;
+  // An error shows when the socket is bound, naming the path.
+  ::mkdir(socketPath.substr(0, slash).c_str(), 0755);
+}
 
 std::unique_ptr<ControlSocket> makeControlSocket(LldpDaemon& daemon, const ControlSocketOptions& options) {
   return std::make_unique<StateSocket>(daemon, options);
