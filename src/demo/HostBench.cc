@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "lldp-host-bench: cannot create a network namespace (root needed)\n");
     return 2;
   }
-  Platform::logSinkIs([](const Platform::LogRecord&) {});
+  Platform::logSinkIs([](const Platform::LogRecord& r) { if (getenv("HB_LOG")) std::fprintf(stderr, "log: %.*s\n", int(r.text.size()), r.text.data()); });
   Linux::AsioScheduler s;
   Platform::StateDb db(s, "1");
   Linux::HostSources host(s, Linux::HostSources::recordsIn(db));
@@ -82,7 +82,11 @@ int main(int argc, char** argv) {
   }
   const double createSeconds = secondsSince(created);
   auto engines = [&] { return agent->protocolRoot()->protocolSm()->lldpPamSms(); };
-  while (engines() < static_cast<size_t>(ports) && secondsSince(created) < limit) s.runFor(0.01);
+  double lastPrint = 0;
+  while (engines() < static_cast<size_t>(ports) && secondsSince(created) < limit) {
+    s.runFor(0.01);
+    if (getenv("HB_LOG") && secondsSince(created) > lastPrint + 0.5) { lastPrint = secondsSince(created); std::fprintf(stderr, "%.2f engines %zu cpu %.2f\n", lastPrint, engines(), processCpu() - cpuBefore); }
+  }
   const double allSeconds = secondsSince(created);
   s.runFor(0.2);  // the last notifications
   const auto after = host.netlink().counters();

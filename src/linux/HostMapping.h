@@ -66,8 +66,10 @@
 // Interface::DeviceIntfStatusDir          not written here: the agent's interface    One writer per record; packet access is
 //                                         status manager derives it from deviceName  bound to the ifindex and reopened only
 //                                         and ifIndex above                          when it changes (not on a MAC change)
-// System::NetStatus                       uname(): nodename, domainname ("(none)"    Checked every 2 s (no netlink event)
-//                                         is empty)
+// System::NetStatus                       uname(): nodename, domainname ("(none)"    Read again on each change the kernel
+//                                         is empty)                                  signals (POLLPRI on /proc/sys/kernel/
+//                                                                                    hostname and domainname; no netlink
+//                                                                                    event); every 2 s where it cannot
 // EntityMib::Status.value                 the configured text, else os-release       System Description TLV
 //                                         PRETTY_NAME, "Linux", release, machine
 // Redundancy::RedundancyStatus            active, one cell                           A host has one supervisor

@@ -86,14 +86,16 @@ RawSocketPam::RingGeometry RawSocketPam::ringGeometry(size_t maxRxPktData) {
   return {blockSize, std::max<size_t>(2, kRxRingBytes / blockSize)};
 }
 
-Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
-                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
-                                              Platform::Scheduler& scheduler, const std::string& netNs,
-                                              std::string& error) {
-  Ring ring;
-  ring.geometry = ringGeometry(config.maxRxPktData());
-  Setup setup{config.filterProgram(), config.listenAddr(), config.ethProtocol(), config.sockPrio(), 0, netNs};
-  const bool ok = inNetNs(netNs, error, [&] {
+namespace {
+
+// A socket bound to the port with a mapped ring of the geometry; false with error set (and
+// nothing left open) when the kernel refuses any step.
+bool socketWithRingOpen(PacketSocket::Setup& setup, const std::string& device, int32_t ifIndex,
+              RawSocketPam::RingGeometry geometry, unsigned blockTimeoutMs, int& fd, uint8_t*& map,
+              std::string& error) {
+  fd = -1;
+  map = nullptr;
+  const bool ok = inNetNs(setup.netNs, error, [&] {
     // Bound by index: a device made again under the same name is another socket's business.
     setup.ifIndex = ifIndex > 0 ? static_cast<unsigned>(ifIndex) : if_nametoindex(device.c_str());
     if (!setup.ifIndex) {
@@ -101,19 +103,31 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
       return false;
     }
     // No protocol yet: nothing is queued before the filter and the ring are in place.
-    ring.fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (ring.fd < 0) {
+    fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
       error = systemError("socket");
       return false;
     }
-    return configure(ring.fd, setup, setup.program, ring.geometry, kRxBlockTimeoutMs, error);
+    return configure(fd, setup, setup.program, geometry, blockTimeoutMs, error);
   });
-  ring.map = ok ? ringMap(ring.fd, ring.geometry) : nullptr;
-  if (ok && !ring.map) error = systemError("mmap of the receive ring");
-  if (!ring.map) {
-    if (ring.fd >= 0) ::close(ring.fd);
-    return nullptr;
-  }
+  map = ok ? ringMap(fd, geometry) : nullptr;
+  if (ok && !map) error = systemError("mmap of the receive ring");
+  if (map) return true;
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+  return false;
+}
+
+}  // namespace
+
+Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
+                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
+                                              Platform::Scheduler& scheduler, const std::string& netNs,
+                                              std::string& error) {
+  Ring ring;
+  ring.geometry = ringGeometry(config.maxRxPktData());
+  Setup setup{config.filterProgram(), config.listenAddr(), config.ethProtocol(), config.sockPrio(), 0, netNs};
+  if (!socketWithRingOpen(setup, device, ifIndex, ring.geometry, kRxBlockTimeoutMs, ring.fd, ring.map, error)) return nullptr;
   Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, ring, std::move(setup), scheduler));
   pam->fanoutId_ = fanoutCreate(pam->rx_.fd, pam->fanoutFlags_);
   pam->separateDot1QHdr_ = config.separateDot1QHdr();
@@ -178,7 +192,7 @@ void RawSocketPam::ringBudgetKeep(bool grow) {
 
 void RawSocketPam::ringGrow() {
   // Straight to the largest ring that the budget allows, beyond the share if there is room.
-  if (retiring_.map) return;
+  if (retiring_.map || !rx_.map) return;
   const size_t bytes = ringBytes();
   size_t wanted = kRxRingMaxBytes;
   while (wanted > bytes && gRingBytes - bytes + wanted > gRingBudget) wanted /= 2;
@@ -189,7 +203,7 @@ void RawSocketPam::ringGrow() {
 bool RawSocketPam::ringResize(size_t bytes) {
   const size_t blockSize = rx_.geometry.blockSize;
   const RingGeometry wanted{blockSize, std::max<size_t>(2, bytes / blockSize)};
-  if (wanted.blockCount == rx_.geometry.blockCount || retiring_.map) return false;
+  if (!rx_.map || wanted.blockCount == rx_.geometry.blockCount || retiring_.map) return false;
   if (fanoutId_ && ringReplace(wanted)) return true;
   return ringResizeInPlace(wanted);
 }
@@ -259,7 +273,10 @@ bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
   while (recv(rx_.fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
   rxKernelDropsInc(lost);
   if (!rx_.map) {
+    // A socket without a ring is readable for ever and nobody reads it: closed, and opened
+    // again later.
     PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
+    ringClose();
     return true;
   }
   gRingBytes += rx_.bytes();
@@ -298,7 +315,8 @@ void RawSocketPam::handleRetireClock() {
 RawSocketPam::RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler)
     : Pam(std::move(intfId)), rx_(ring), setup_(std::move(setup)), scheduler_(scheduler),
       rewatchClock_(scheduler, [this] { watchIs(); }), retireClock_(scheduler, [this] { handleRetireClock(); }),
-      budgetClock_(scheduler, [this] { handleBudgetClock(); }) {
+      budgetClock_(scheduler, [this] { handleBudgetClock(); }),
+      reopenClock_(scheduler, [this] { handleReopenClock(); }) {
   allPams().insert(this);
   gRingBytes += ringBytes();
 }
@@ -328,7 +346,60 @@ void RawSocketPam::watchIs() {
 void RawSocketPam::handleReadable() {
   // A pass is already due: it takes what waits, after the other work of this turn.
   if (passPosted_) return;
+  // Woken with no frame: the socket carries an error (ENETDOWN once the link went down),
+  // which keeps it readable until someone reads it. The port keeps its socket while the link
+  // is down: reopening on every flap would cost two kernel grace periods and frames.
+  if (!rxWaiting()) {
+    socketErrorsRead();
+    return;
+  }
   passRun();
+}
+
+void RawSocketPam::socketErrorsRead() {
+  for (const Ring* ring : {&rx_, &retiring_}) {
+    if (ring->fd < 0) continue;
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(ring->fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0) ++rxSocketErrors_;
+  }
+}
+
+void RawSocketPam::ringClose() {
+  watch_.reset();
+  if (rx_.map) {
+    munmap(rx_.map, rx_.bytes());
+    gRingBytes -= rx_.bytes();
+  }
+  if (rx_.fd >= 0) ::close(rx_.fd);
+  rx_.fd = -1;
+  rx_.map = nullptr;
+  rx_.block = 0;
+  rx_.blockHeld = false;
+  rx_.framesLeft = 0;
+  fanoutId_ = 0;
+  reopenClock_.timeMinIs(scheduler_.now() + reopenDelay_);
+  reopenDelay_ = std::min(reopenDelay_ * 2, kReopenDelayMax);
+}
+
+void RawSocketPam::handleReopenClock() {
+  if (rx_.map) return;
+  Ring ring;
+  ring.geometry = ringGeometry(maxRxPktData_);
+  std::string error;
+  if (!socketWithRingOpen(setup_, intfId().name(), static_cast<int32_t>(setup_.ifIndex), ring.geometry, kRxBlockTimeoutMs,
+                ring.fd, ring.map, error)) {
+    PAM_RECEIVE_FAILED.emit(intfId().name(), error);
+    reopenClock_.timeMinIs(scheduler_.now() + reopenDelay_);
+    reopenDelay_ = std::min(reopenDelay_ * 2, kReopenDelayMax);
+    return;
+  }
+  rx_ = ring;
+  gRingBytes += rx_.bytes();
+  reopenDelay_ = kReopenDelay;
+  ++rxRingReopens_;
+  fanoutId_ = fanoutCreate(rx_.fd, fanoutFlags_);
+  watchIs();
 }
 
 void RawSocketPam::passRun() {
@@ -473,6 +544,10 @@ Platform::PacketPtr RawSocketPam::rxPkt() {
 }
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
+  if (rx_.fd < 0) {
+    txErrorsInc();  // no socket until the ring is opened again
+    return;
+  }
   if (send(rx_.fd, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
     // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
     const int error = errno;

@@ -28,6 +28,13 @@ class RawSocketPam : public Konet::Pam {
   uint64_t rxWaitErrors() const { return rxWaitErrors_; }
   // Receive passes run so far.
   uint64_t rxPasses() const { return rxPasses_; }
+  // Errors the kernel left pending on the socket (ENETDOWN each time the link goes down), read
+  // so that they stop waking the event thread.
+  uint64_t rxSocketErrors() const { return rxSocketErrors_; }
+  // Rings that could not be mapped again after a resize; the port then has no socket until a
+  // reopen, retried with back-off, succeeds.
+  uint64_t rxRingReopens() const { return rxRingReopens_; }
+  bool ringOpen() const { return rx_.map != nullptr; }
 
   // The receive ring: blocks of whole pages, each holding at least one frame of the receive
   // size with the kernel's headers (16 KiB for 10236 bytes). A port opens with kRxRingBytes,
@@ -54,6 +61,9 @@ class RawSocketPam : public Konet::Pam {
   // per port (each resize costs a socket).
   static constexpr double kRingBudgetInterval = 0.5;
   static constexpr double kRewatchDelay = 5.0;
+  // A ring that cannot be mapped is tried again after this long, doubling up to the most.
+  static constexpr double kReopenDelay = 1.0;
+  static constexpr double kReopenDelayMax = 60.0;
 
   using RingGeometry = PacketSocket::RingGeometry;
   static RingGeometry ringGeometry(size_t maxRxPktData);
@@ -88,6 +98,9 @@ class RawSocketPam : public Konet::Pam {
   RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler);
   void watchIs();
   void handleReadable();
+  void socketErrorsRead();
+  void ringClose();
+  void handleReopenClock();
   void passRun();
   void handleWaitError(std::error_code error);
   bool rxWaiting() override;
@@ -123,6 +136,8 @@ class RawSocketPam : public Konet::Pam {
   Platform::Clock rewatchClock_;
   Platform::Clock retireClock_;
   Platform::Clock budgetClock_;  // armed on one port only, for the budget pass of all
+  Platform::Clock reopenClock_;
+  double reopenDelay_ = kReopenDelay;
   double retireBy_ = 0;  // frames the old ring still hides then are given up as dropped
   bool passPosted_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
@@ -130,6 +145,8 @@ class RawSocketPam : public Konet::Pam {
   uint64_t rxPasses_ = 0;
   uint64_t rxRingResizes_ = 0;
   uint64_t rxRingResizesLossy_ = 0;
+  uint64_t rxSocketErrors_ = 0;
+  uint64_t rxRingReopens_ = 0;
 };
 
 // Opens raw sockets for the desired interfaces; netNs names a namespace under /var/run/netns
