@@ -12,6 +12,7 @@
 
 #include "daemon/ControlSocket.h"
 #include "daemon/Daemon.h"
+#include "daemon/FileLimit.h"
 #include "daemon/Privileges.h"
 #include "daemon/Version.h"
 #include "linux/AsioScheduler.h"
@@ -146,6 +147,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);  // a client gone mid-reply is an error return, not a kill
+  if (std::string error; Daemon::openFileLimitRaise(Daemon::kOpenFilesWanted, error) == 0) {
+    std::cerr << "lldp-agent: open-file limit: " << error << "\n";
+  }
   if (cl.log == "system") Linux::systemLogSinkIs("lldp-agent");
 
   Linux::AsioScheduler scheduler;
