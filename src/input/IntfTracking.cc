@@ -223,6 +223,10 @@ void ActiveEthIntfStatusDirSm::handlePhyIntfStatus(const Konet::IntfId& intf) {
     return;
   }
   ethPhyIntfStatusSmDel(intf);
+  // A port that stops qualifying keeps its status for a while (a brief change of forwarding
+  // model), but never past its interface: hosts where containers come and go all day would
+  // keep every port they ever had, its engine and its counters.
+  if (!status) root_->status()->portStatusDel(intf);
 }
 
 void ActiveEthIntfStatusDirSm::handleLagIntfStatus(const Konet::IntfId& lag) {

@@ -3,6 +3,7 @@
 #include "linux/HostSources.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -38,7 +39,16 @@ HostRecords HostSources::recordsIn(Platform::StateDb& db, const std::string& net
 
 HostSources::HostSources(Platform::Scheduler& scheduler, HostRecords records, Options options)
     : scheduler_(scheduler), options_(std::move(options)), state_(std::move(records)),
-      netlink_(scheduler, state_, options_.netlink), hostnameClock_(scheduler, [this] { handleHostnameClock(); }) {
+      netlink_(scheduler, state_, options_.netlink), hostnameClock_(scheduler, [this] { handleHostnameClock(); }),
+      trimClock_(scheduler, [this] {
+        linksGoneSinceTrim_ = 0;
+        ++memoryTrims_;
+        malloc_trim(0);
+      }) {
+  state_.linksGoneIs([this](size_t links) {
+    linksGoneSinceTrim_ += links;
+    if (linksGoneSinceTrim_ >= options_.trimAfterLinks) trimClock_.timeMinIs(scheduler_.now() + options_.trimDelay);
+  });
   netlink_.dumpCompleteIs([this] {
     if (readyAnnounced_) return;
     readyAnnounced_ = true;
@@ -126,6 +136,7 @@ HostSources::Counters HostSources::counters() const {
   c.netlinkMessages = netlink_.counters().messages;
   c.netlinkInvalidMessages = netlink_.counters().invalidMessages;
   c.hostnameChecks = hostnameChecks_;
+  c.memoryTrims = memoryTrims_;
   return c;
 }
 

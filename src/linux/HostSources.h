@@ -25,6 +25,11 @@ class HostSources {
     // files; where they cannot be watched, the names are compared every hostnameCheckInterval.
     std::vector<std::string> utsNamePaths = {"/proc/sys/kernel/hostname", "/proc/sys/kernel/domainname"};
     double hostnameCheckInterval = 2.0;
+    // Once this many links have gone and none has for trimDelay, the memory their records
+    // held goes back to the system (the allocator keeps freed memory otherwise, so a host
+    // whose containers come and go would only ever grow).
+    size_t trimAfterLinks = 64;
+    double trimDelay = 2.0;
     // Where the OS release is read from (first readable one wins).
     std::vector<std::string> osReleasePaths = {"/etc/os-release", "/usr/lib/os-release"};
   };
@@ -33,6 +38,7 @@ class HostSources {
     uint64_t netlinkMessages = 0;
     uint64_t netlinkInvalidMessages = 0;
     uint64_t hostnameChecks = 0;
+    uint64_t memoryTrims = 0;
   };
 
   // The records at the paths the agent mounts, made in the database when not there yet
@@ -76,6 +82,9 @@ class HostSources {
   HostState state_;
   NetlinkSource netlink_;
   Platform::Clock hostnameClock_;
+  Platform::Clock trimClock_;
+  size_t linksGoneSinceTrim_ = 0;
+  uint64_t memoryTrims_ = 0;
   std::vector<int> utsFds_;
   std::vector<std::unique_ptr<Platform::FdWatch>> utsWatches_;
   std::optional<std::string> sysDescrOverride_;

@@ -101,6 +101,7 @@ void HostState::linkDel(int32_t ifIndex) {
   links_.erase(it);
   addrs_.erase(ifIndex);
   dirty_.insert(ifIndex);
+  ++linksGone_;
   globalsDirty_ = true;
 }
 
@@ -210,6 +211,8 @@ void HostState::flush() {
   dirty_.clear();
   if (globalsDirty_) publishGlobals();
   globalsDirty_ = false;
+  if (linksGone_ != 0 && onLinksGone_) onLinksGone_(linksGone_);
+  linksGone_ = 0;
 }
 
 void HostState::unpublish(const std::string& name) {

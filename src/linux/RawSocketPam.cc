@@ -501,7 +501,10 @@ RawSocketPamManager::RawSocketPamManager(Platform::Ptr<Interface::PamDesiredIntf
   RawSocketPam::ringBudgetReserve(SharedRing::kRingBytes);
 }
 
-RawSocketPamManager::~RawSocketPamManager() { RawSocketPam::ringBudgetRelease(SharedRing::kRingBytes); }
+RawSocketPamManager::~RawSocketPamManager() {
+  *alive_ = false;
+  RawSocketPam::ringBudgetRelease(SharedRing::kRingBytes);
+}
 
 void RawSocketPamManager::dedicatedPrune() {
   const size_t before = dedicated_.size();
@@ -547,6 +550,10 @@ Platform::Ptr<Konet::Pam> RawSocketPamManager::openPam(const Konet::IntfId& intf
     shared_ = SharedRing::open(*this, scheduler(), netNs_, error);
     if (!shared_) return nullptr;
     exclusionsSync();
+    // Closed when its last port has gone: churn leaves no socket and no ring memory behind.
+    shared_->emptyIs([this, alive = alive_] {
+      if (*alive && shared_ && shared_->ports() == 0) shared_.reset();
+    });
   }
   Platform::Ptr<SharedPortPam> pam(new SharedPortPam(intfId, ifIndex, shared_));
   if (!shared_->portIs(*pam, error)) return nullptr;

@@ -192,6 +192,7 @@ class RawSocketPamManager : public Interface::PamManagerBase {
   size_t dedicatedPortsMax_;
   std::map<Konet::IntfId, Dedicated> dedicated_;
   std::shared_ptr<SharedRing> shared_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace Linux

@@ -124,6 +124,7 @@ void SharedRing::portDel(SharedPortPam& port) {
   if (it != ports_.end() && it->second == &port) ports_.erase(it);
   // Fails when the interface is gone, which left the group with it.
   membershipIs(ring_.fd, static_cast<unsigned>(port.ifIndex()), setup_.listenAddr, false);
+  if (ports_.empty() && onEmpty_) scheduler_.post(onEmpty_);
 }
 
 std::vector<Interface::FilterInstruction> SharedRing::filterExcluding(

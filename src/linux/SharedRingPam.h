@@ -5,6 +5,7 @@
 // none of the kernel grace periods that creating and closing packet sockets wait for.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -57,6 +58,9 @@ class SharedRing : public std::enable_shared_from_this<SharedRing> {
   // Joins the group address on the port's interface and hands it that interface's frames.
   bool portIs(SharedPortPam& port, std::string& error);
   void portDel(SharedPortPam& port);
+  // Called (later, on the event thread) when the last port has gone, so that the owner may
+  // close the ring and return its memory and descriptor.
+  void emptyIs(std::function<void()> fn) { onEmpty_ = std::move(fn); }
   // Interfaces whose frames a socket of their own receives: the ring's filter leaves them out.
   bool excludedIs(const std::set<int32_t>& ifIndexes, std::string& error);
 
@@ -90,6 +94,7 @@ class SharedRing : public std::enable_shared_from_this<SharedRing> {
   std::unordered_map<int32_t, SharedPortPam*> ports_;
   std::unique_ptr<Platform::FdWatch> watch_;
   bool passPosted_ = false;
+  std::function<void()> onEmpty_;
   uint64_t rxFrames_ = 0;
   uint64_t rxUnclaimed_ = 0;
   uint64_t rxKernelDrops_ = 0;

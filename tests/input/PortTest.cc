@@ -47,6 +47,10 @@ TEST_F(PortTest, PortsFollowTheForwardingModelAndCarryTheirIdentity) {
   phyDir->intfStatusDel("Ethernet3");
   EXPECT_FALSE(portConfig("Ethernet3"));
   EXPECT_FALSE(inputRoot->activeEthIntfStatusDirSm()->ethPhyIntfStatusSmHas("Ethernet3"));
+  // The status goes with the interface, whether the port still qualified or not.
+  EXPECT_FALSE(status->portStatusHas("Ethernet3"));
+  phyDir->intfStatusDel("Ethernet1");
+  EXPECT_FALSE(status->portStatusHas("Ethernet1"));
 }
 
 TEST_F(PortTest, FrameSizeComesFromTheHardwareOrTheManagementMtu) {
