@@ -197,13 +197,23 @@ void HostState::bridgeMacAddrOverrideIs(std::optional<Konet::EthAddr> addr) {
 void HostState::flush() {
   dirty_.erase(0);
   // Names first leave, then arrive: two links may swap their names in one batch.
+  std::set<std::string> left;
   for (int32_t ifIndex : dirty_) {
     const auto pub = published_.find(ifIndex);
     if (pub == published_.end()) continue;
     const LinkFacts* l = link(ifIndex);
     if (l && l->name == pub->second) continue;
     unpublish(pub->second);
+    left.insert(pub->second);
     published_.erase(pub);
+  }
+  // A name that left may already be another link's: one deleted and made again under the same
+  // name while notifications were lost, filed by an earlier flush of the resync's dump before
+  // the sweep found the old one gone. That link is published again under it.
+  if (!left.empty()) {
+    for (const auto& [ifIndex, name] : published_) {
+      if (left.count(name)) dirty_.insert(ifIndex);
+    }
   }
   for (int32_t ifIndex : dirty_) {
     if (const LinkFacts* l = link(ifIndex)) publish(*l);

@@ -388,6 +388,42 @@ TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
   EXPECT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("uplink"));
 }
 
+// Notifications lost while a link was deleted and made again under its name: the resync's dump
+// reports the new link in one part, a flush files it, and the sweep at the end finds the old
+// one gone. The name's records stay, the new link's.
+TEST_F(HostStateTest, ResyncAcrossALinkMadeAgainUnderItsNameEndsWithTheKernelsState) {
+  state.linkIs(wire(5, "veth0"));
+  state.linkIs(wire(6, "other"));
+  state.flush();
+  ASSERT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 5);
+
+  state.resyncBegins();
+  LinkFacts again = wire(9, "veth0");
+  again.mtu = 9000;
+  state.linkIs(again);  // the first part of the dump
+  state.flush();        // the end of a batch of datagrams
+  state.linkIs(wire(6, "other"));
+  state.sweepLinks();   // the dump is complete: ifindex 5 is gone
+  state.flush();
+  ASSERT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("veth0"));
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("veth0")->maxMtu(), 9000u);
+  EXPECT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 9);
+  EXPECT_EQ(r.kernelNetInfo->device("veth0").ifIndex, 9);
+  EXPECT_EQ(Konet::IntfId("veth0").kind(), Kind::ethernet);
+  EXPECT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("other"));
+  EXPECT_EQ(state.links(), 2u);
+
+  // The same with the name moving to a link that already existed under another name.
+  state.resyncBegins();
+  state.linkIs(wire(6, "veth0"));
+  state.flush();
+  state.sweepLinks();
+  state.flush();
+  EXPECT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 6);
+  EXPECT_FALSE(r.ethPhyIntfStatusDir->intfStatusHas("other"));
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatuss(), 1u);
+}
+
 // libnl builds the messages the kernel would send; the parse path turns them into records.
 TEST_F(HostStateTest, RtnetlinkMessagesThroughLibnl) {
   rtnl_link* link = rtnl_link_alloc();
