@@ -85,10 +85,10 @@ void ExternalTlvConfigSm::doSyncLocalPort(const Konet::IntfId& intf) {
     } else if (h == had.size() || configured[c].key < had[h].key) {
       add(configured[c++]);
     } else {
-      if (!(had[h] == configured[c])) {
-        remove(had[h]);
-        add(configured[c]);
-      }
+      // A new value replaces the old one in one write (doAddTlv replaces a TLV of the same
+      // key): a removal first would send one LLDPDU without the TLV at once, and the new value
+      // only txDelay later.
+      if (!(had[h] == configured[c])) add(configured[c]);
       ++c;
       ++h;
     }

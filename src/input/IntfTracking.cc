@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "input/Poe.h"
 #include "platform/Assert.h"
 
 namespace Lldp::Agent::Input {
@@ -110,6 +111,11 @@ void EthPhyIntfStatusSm::doOpen() {
   const PortConfig::Ptr portConfig = root_->config()->portConfigIs(intf);
   const LocalPort::Ptr localPort = root_->localSystem()->localPortIs(intf);
   localPort->initilizeLocalPortPoeInfo();
+  // The power subsystem's grant, announced before this record existed (a port made again by
+  // the 802.1X bypass or a change of forwarding model), applies at once.
+  if (PoeSm* poe = root_->poeSm()) {
+    if (PoeAgentPortSm* sm = poe->poeAgentPortSm(intf.name())) sm->handlePoePortStatus();
+  }
   localPort->portIdentifierIs(PortIdentifier{portIdInterfaceName, PortId(intf.name())});
   InputSm* inputSm = root_->inputSm();
   if (intf.isManagement()) {
