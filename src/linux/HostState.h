@@ -109,7 +109,7 @@ class HostState {
   void publishPort(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
   void publishLag(const LinkFacts& link, const Konet::IntfId& id);
   void publishSwitching(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
-  void publishIp(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
+  void publishIp(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master, bool ip4);
   void publishGlobals();
 
   HostRecords records_;
