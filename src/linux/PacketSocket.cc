@@ -59,7 +59,18 @@ bool ringRequest(int fd, const RingGeometry& ring, unsigned blockTimeoutMs) {
   return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
 }
 
+namespace {
+int gRingMapFailures = 0;
+}  // namespace
+
+void ringMapFailuresIs(int count) { gRingMapFailures = count; }
+
 uint8_t* ringMap(int fd, const RingGeometry& ring) {
+  if (gRingMapFailures > 0) {
+    --gRingMapFailures;
+    errno = ENOMEM;
+    return nullptr;
+  }
   void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
 }

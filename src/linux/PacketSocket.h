@@ -52,6 +52,8 @@ bool filterAttach(int fd, const std::vector<Interface::FilterInstruction>& progr
 
 bool ringRequest(int fd, const RingGeometry& ring, unsigned blockTimeoutMs);
 uint8_t* ringMap(int fd, const RingGeometry& ring);
+// Makes the next `count` maps fail as when the system has no memory for them (tests).
+void ringMapFailuresIs(int count);
 
 struct Setup {
   std::vector<Interface::FilterInstruction> program;

@@ -332,6 +332,7 @@ RawSocketPam::~RawSocketPam() {
 }
 
 void RawSocketPam::watchIs() {
+  if (rx_.fd < 0) return;  // closed until the reopen clock opens it again
   watch_ = scheduler_.readableWatchIs(
       rx_.fd, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
 }
