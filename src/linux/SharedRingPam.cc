@@ -182,22 +182,30 @@ void SharedRing::handleReadable() {
 
 void SharedRing::passRun() {
   const std::shared_ptr<SharedRing> self = shared_from_this();  // readers may drop every port
+  int32_t lastPort = 0;
   for (size_t n = 0; n < kFramesPerPass; ++n) {
     if (!ring_.waiting()) break;
     ++rxFrames_;
-    const auto port = ports_.find(ring_.frameIfIndex());
+    const int32_t ifIndex = ring_.frameIfIndex();
+    const auto port = ports_.find(ifIndex);
     if (port == ports_.end()) {
       ++rxUnclaimed_;
       ring_.frameNext();
       continue;
     }
+    lastPort = ifIndex;
     port->second->offer();
   }
   if (ring_.lossSeen) {
     ring_.lossSeen = false;
     tpacket_stats_v3 stats{};
     socklen_t length = sizeof stats;
-    if (getsockopt(ring_.fd, SOL_PACKET, PACKET_STATISTICS, &stats, &length) == 0) rxKernelDrops_ += stats.tp_drops;
+    if (getsockopt(ring_.fd, SOL_PACKET, PACKET_STATISTICS, &stats, &length) == 0 && stats.tp_drops != 0) {
+      rxKernelDrops_ += stats.tp_drops;
+      // The kernel does not say whose frames it dropped: they are counted on the port whose
+      // frames filled the ring, which in a flood is the port read last.
+      if (const auto port = ports_.find(lastPort); port != ports_.end()) port->second->rxKernelDropsInc(stats.tp_drops);
+    }
   }
   ring_.halfFull = false;
   if (!ring_.waiting() || passPosted_) return;

@@ -175,6 +175,39 @@ TEST_F(SharedRingTest, APortWithASocketOfItsOwnFreesItsPlaceWhenItGoes) {
   EXPECT_EQ(manager->sharedRing()->rxFrames(), 0u);
 }
 
+// A burst the shared ring cannot hold: the kernel's drops are counted on the ring and on the
+// port whose frames filled it; another port's frames after it still arrive.
+TEST_F(SharedRingTest, DropsOfAFullSharedRingAreCountedOnTheFloodedPort) {
+  for (const char* port : {"so0", "so1", "so2"}) portIs(port);
+  manager->enabledIs(true);
+  MarkerReader& flooded = readerOf("so1");
+  MarkerReader& quiet = readerOf("so2");
+  // Nobody reads while the frames arrive: some 40,000 fit in the ring.
+  const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+  ASSERT_GE(fd, 0);
+  sockaddr_ll addr{};
+  addr.sll_family = AF_PACKET;
+  addr.sll_ifindex = static_cast<int>(if_nametoindex("so1p"));
+  const std::vector<uint8_t> frame = lldpFrame(1);
+  constexpr int kFrames = 80000;
+  for (int i = 0; i < kFrames; ++i) {
+    sendto(fd, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  }
+  ::close(fd);
+  waitFor([&] { return manager->sharedRing()->rxKernelDrops() > 0; }, 2);
+  s.runFor(0.2);
+  const auto* ring = manager->sharedRing();
+  EXPECT_GT(ring->rxKernelDrops(), 0u);
+  EXPECT_EQ(pams->intfPam(Konet::IntfId("so1"))->rxKernelDrops(), ring->rxKernelDrops());
+  EXPECT_EQ(pams->intfPam(Konet::IntfId("so2"))->rxKernelDrops(), 0u);
+  // (The veth may drop some before the ring under load: never more than were sent.)
+  EXPECT_LE(flooded.markers.size() + ring->rxKernelDrops(), static_cast<size_t>(kFrames));
+  EXPECT_GT(flooded.markers.size(), 0u);
+  sendFromPeer("so2", 5);
+  waitFor([&] { return quiet.markers.size() == 1; });
+  EXPECT_EQ(quiet.markers, std::vector<uint8_t>{5});
+}
+
 TEST(SharedRingFilter, InterfacesLeftOutJumpToTheFinalDrop) {
   const std::vector<Interface::FilterInstruction> program = Lldp::Agent::Protocol::lldpFilterProgram();
   EXPECT_EQ(Linux::SharedRing::filterExcluding(program, {}).size(), program.size());
