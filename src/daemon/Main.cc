@@ -13,6 +13,7 @@
 #include "daemon/AgentMetrics.h"
 #include "daemon/ControlSocket.h"
 #include "daemon/Daemon.h"
+#include "daemon/FileLimit.h"
 #include "daemon/Privileges.h"
 #include "daemon/Version.h"
 #include "linux/AsioScheduler.h"
@@ -147,6 +148,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);  // a client gone mid-reply is an error return, not a kill
+  if (std::string error; Daemon::openFileLimitRaise(Daemon::kOpenFilesWanted, error) == 0) {
+    std::cerr << "lldp-agent: open-file limit: " << error << "\n";
+  }
 
   Linux::AsioScheduler scheduler;
   Daemon::LldpDaemon::Options options;

@@ -82,10 +82,10 @@ void ExternalTlvConfigSm::doSyncLocalPort(const Konet::IntfId& intf) {
     } else if (h == had.size() || configured[c].key < had[h].key) {
       additions.push_back(&configured[c++]);
     } else {
-      if (!(had[h] == configured[c])) {
-        removals.push_back(&had[h]);
-        additions.push_back(&configured[c]);
-      }
+      // A new value replaces the old one in one write (doAddTlv replaces a TLV of the same
+      // key): a removal first would send one LLDPDU without the TLV at once, and the new value
+      // only txDelay later.
+      if (!(had[h] == configured[c])) additions.push_back(&configured[c]);
       ++c;
       ++h;
     }
@@ -112,11 +112,14 @@ void ExternalTlvConfigSm::doSyncTlv(const Konet::IntfId& intf, const UnknownOrgD
   Platform::Ptr<UnknownOrgDefTlvList> remembered = tlvsByPort(intf);
   const UnknownOrgDefTlv* had = remembered ? remembered->unknownOrgDefTlv().find(key) : nullptr;
   if (had && configured && *had == *configured) return;
-  if (had) {
-    doRemoveTlv(intf, *had);
-    remembered->unknownOrgDefTlvDel(key);
+  if (!configured) {
+    if (had) {
+      doRemoveTlv(intf, *had);
+      remembered->unknownOrgDefTlvDel(key);
+    }
+    return;
   }
-  if (!configured) return;
+  // A changed value replaces the old one in one write, as in doSyncLocalPort.
   if (!remembered) {
     remembered = Platform::make<UnknownOrgDefTlvList>(intf);
     tlvsByPortIs(intf, remembered);

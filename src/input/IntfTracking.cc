@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "input/Poe.h"
 #include "platform/Assert.h"
 
 namespace Lldp::Agent::Input {
@@ -110,6 +111,11 @@ void EthPhyIntfStatusSm::doOpen() {
   const PortConfig::Ptr portConfig = root_->config()->portConfigIs(intf);
   const LocalPort::Ptr localPort = root_->localSystem()->localPortIs(intf);
   localPort->initilizeLocalPortPoeInfo();
+  // The power subsystem's grant, announced before this record existed (a port made again by
+  // the 802.1X bypass or a change of forwarding model), applies at once.
+  if (PoeSm* poe = root_->poeSm()) {
+    if (PoeAgentPortSm* sm = poe->poeAgentPortSm(intf.name())) sm->handlePoePortStatus();
+  }
   localPort->portIdentifierIs(PortIdentifier{portIdInterfaceName, PortId(intf.name())});
   InputSm* inputSm = root_->inputSm();
   if (intf.isManagement()) {
@@ -223,6 +229,10 @@ void ActiveEthIntfStatusDirSm::handlePhyIntfStatus(const Konet::IntfId& intf) {
     return;
   }
   ethPhyIntfStatusSmDel(intf);
+  // A port that stops qualifying keeps its status for a while (a brief change of forwarding
+  // model), but never past its interface: hosts where containers come and go all day would
+  // keep every port they ever had, its engine and its counters.
+  if (!status) root_->status()->portStatusDel(intf);
 }
 
 void ActiveEthIntfStatusDirSm::handleLagIntfStatus(const Konet::IntfId& lag) {

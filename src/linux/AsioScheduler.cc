@@ -67,6 +67,7 @@ AsioScheduler::~AsioScheduler() = default;
 
 void AsioScheduler::beginEvent() {
   inEvent_ = true;
+  ++events_;
   nowIs(monotonicNow());
 }
 
@@ -118,8 +119,10 @@ std::unique_ptr<Platform::FdWatch> AsioScheduler::fdWatchIs(int fd, FdReadiness 
 }
 
 void AsioScheduler::fdWait(const std::shared_ptr<WatchState>& state) {
-  const auto type = state->readiness == FdReadiness::readable ? asio::posix::stream_descriptor::wait_read
-                                                              : asio::posix::stream_descriptor::wait_write;
+  // An exceptional condition is EPOLLPRI to the reactor.
+  const auto type = state->readiness == FdReadiness::readable   ? asio::posix::stream_descriptor::wait_read
+                    : state->readiness == FdReadiness::writable ? asio::posix::stream_descriptor::wait_write
+                                                                : asio::posix::stream_descriptor::wait_error;
   state->entry->descriptor.async_wait(type, [this, state](const asio::error_code& ec) {
     if (!state->live) return;
     beginEvent();

@@ -29,6 +29,9 @@ class AsioScheduler : public Platform::Scheduler {
   void stop();
 
   static double monotonicNow();
+  // Events handled so far: each is one wake-up of the event thread (a due pass of clocks, a
+  // ready descriptor, a posted call, a signal).
+  uint64_t events() const { return events_; }
 
  protected:
   std::unique_ptr<Platform::FdWatch> fdWatchIs(int fd, FdReadiness readiness, std::function<void()> onReady,
@@ -51,6 +54,7 @@ class AsioScheduler : public Platform::Scheduler {
   std::unique_ptr<Impl> impl_;
   bool inEvent_ = false;
   bool rearmNeeded_ = true;
+  uint64_t events_ = 0;
 };
 
 }  // namespace Linux

@@ -62,6 +62,48 @@ bool isLag(const LinkFacts& link) { return link.kind == "bond" || link.kind == "
 bool isVrf(const LinkFacts& link) { return link.kind == "vrf"; }
 bool isLagMember(const LinkFacts& link) { return link.slaveKind == "bond" || link.slaveKind == "team"; }
 
+Interface::OperStatus operStatusOf(const LinkFacts& link) {
+  return linkStatusOf(link) == Interface::LinkStatus::linkUp ? Interface::OperStatus::up : Interface::OperStatus::down;
+}
+
+bool enabledOf(const LinkFacts& link) { return (link.flags & IFF_UP) != 0; }
+
+std::string vrfNameOf(const LinkFacts* master) { return master && isVrf(*master) ? master->name : "default"; }
+
+bool ip4Published(const Konet::IntfId::Numbering& numbering) { return numbering.kind != Kind::other; }
+
+bool lagMemberOf(const LinkFacts& link, const LinkFacts& lag) {
+  return link.master == lag.ifIndex && isEthernetWire(link);
+}
+
+std::optional<Konet::EthAddr> chassisMacOf(const std::vector<const LinkFacts*>& links,
+                                           std::optional<Konet::EthAddr> configured) {
+  if (configured) return configured;
+  const LinkFacts* nic = nullptr;
+  const LinkFacts* wire = nullptr;
+  for (const LinkFacts* l : links) {
+    if (isBridge(*l) && l->vlanFiltering && !l->addr.isZero()) return l->addr;
+    if (!isEthernetWire(*l)) continue;
+    if (!nic && isPhysicalNic(*l)) nic = l;
+    if (!wire) wire = l;
+  }
+  auto stableMac = [](const LinkFacts& l) { return l.permAddr.isZero() ? l.addr : l.permAddr; };
+  if (nic) return stableMac(*nic);
+  if (wire) return stableMac(*wire);
+  return std::nullopt;
+}
+
+uint16_t maxFrameSizeOf(const std::vector<const LinkFacts*>& ports) {
+  uint16_t size = 0;
+  for (const LinkFacts* l : ports) size = size ? std::min(size, frameSizeOf(*l)) : frameSizeOf(*l);
+  return size ? size : 1518;
+}
+
+size_t activeIp4Of(const std::vector<Ip4Fact>& addrs) {
+  const auto primary = std::find_if(addrs.begin(), addrs.end(), [](const Ip4Fact& a) { return !a.secondary; });
+  return primary == addrs.end() ? 0 : static_cast<size_t>(primary - addrs.begin());
+}
+
 Numbering linkNumbering(const LinkFacts& link, const LinkFacts* master) {
   Numbering n;
   if (link.arpType == ARPHRD_LOOPBACK || link.kind == "dummy") {

@@ -15,6 +15,9 @@
 //                                         "bridge" (number: its default PVID)         the VLAN interface of its default VLAN
 // IntfId kind other                       everything else (vrf, tunnels, macvlan,     Never an LLDP port
 //                                         tun/tap, wireguard, ...)
+// IntfId kind management, again           a port's VRF master changing to or from     Its kind decides the port's frame size and
+//                                         "mgmt": its port records are made again    management-address band; the agent reads
+//                                         (and with them its engine)                 the kind when the port's records appear
 // IntfId numbers                          the name's when in band, else from the      Management-address priorities must stay in
 //                                         ifindex, clamped into the band              their bands whatever the name
 // Interface::EthPhyIntfStatus             one per selected Ethernet/management link   Selection: IntfSelection (include/exclude)
@@ -34,13 +37,14 @@
 //   deviceName                            the kernel name                            Packet access binds to the ifindex
 // Interface::EthPhyIntfConfig             one per selected Ethernet/management link
 //   description                           IFLA_IFALIAS                               The Port Description TLV
-//   enabled                               IFF_UP
+//   enabled (enabledOf)                   IFF_UP                                     The administrative state, not the link's
 // Interface::IntfStatus (all, and local)  one per link                               ifIndex is the interface-details provider
-//   operStatus / ifIndex                  up when linkUp / the kernel ifindex
-// Interface::EthLagIntfStatus             one per bond/team; member = its Ethernet   Link Aggregation TLV
-//                                         slaves (IFLA_MASTER)
-// Bridging::Config.bridgeMacAddr          the configured value, else the lowest-     Chassis ID: stable across reboots
-//                                         ifindex VLAN-aware bridge's MAC, else the
+//   operStatus (operStatusOf)             up exactly when linkStatus is linkUp       One reading of the link for every record
+//   ifIndex                               the kernel ifindex
+// Interface::EthLagIntfStatus             one per bond/team; member (lagMemberOf) =  Link Aggregation TLV; a VLAN or tunnel on
+//                                         its Ethernet-wire slaves (IFLA_MASTER)     the bond is no member
+// Bridging::Config.bridgeMacAddr          the configured value, else the lowest-     Chassis ID: stable across reboots (a
+//   (chassisMacOf)                        ifindex VLAN-aware bridge's MAC, else the  permanent MAC, not one a bond lent)
 //                                         permanent MAC of the lowest-ifindex NIC,
 //                                         else of the lowest-ifindex Ethernet port
 // Bridging::SwitchIntfConfig              one per port of a bridge (keyed by the
@@ -50,15 +54,23 @@
 //   nativeVlan                            the port's PVID on a VLAN-aware bridge,    Port VLAN ID TLV
 //                                         else none
 // Bridging::HwCapabilities.maxFrameSize   the smallest MTU + 18 over the selected    One value for every non-management port:
+//   (maxFrameSizeOf)
 //                                         Ethernet ports, management ports aside     the smallest one every port takes, never
 //                                         (1518 when there is none)                  an overstatement; a management port's
 //                                                                                    comes from its own maxMtu (+ 18)
 // Routing::Config.routing                 net.ipv4.conf.all.forwarding (netconf)     Router capability bit
-// Ip::IpIntfStatus                        one per link with a counted IPv4 address   Counted: scope global (127.0.0.1 is host)
-//   activeAddrWithMask                    the numerically smallest primary address   Stable across resyncs and event order
+// Ip::IpIntfStatus                        one per link with a counted IPv4 address,  Counted: scope global (127.0.0.1 is host).
+//   (ip4Published)                        except links of kind other (tunnels,       Left out: their addresses would rank first
+//                                         tun/tap, macvlan, wireguard, vrf)          (kind other has no band and takes 0) and
+//                                                                                    are not reachable over the wire LLDP talks
+//                                                                                    on; a host with only such addresses sends
+//                                                                                    the bridge-MAC fallback. IPv6 stays: only
+//                                                                                    the interface the operator names counts
+//   activeAddrWithMask (activeIp4Of)      the numerically smallest primary address,  Stable across resyncs and event order
+//                                         else the smallest
 //   secondaryWithMask                     the other addresses (IFA_F_SECONDARY and
 //                                         further primaries)
-//   vrf                                   the name of its "vrf" master, else         VRF membership is the l3mdev master
+//   vrf (vrfNameOf)                       the name of its "vrf" master, else         VRF membership is the l3mdev master
 //                                         "default"
 // Ip6::IntfStatus.addr                    scope-global addresses, without tentative, Only addresses a peer can use for long
 //                                         dadfailed, deprecated or temporary ones
@@ -66,8 +78,10 @@
 // Interface::DeviceIntfStatusDir          not written here: the agent's interface    One writer per record; packet access is
 //                                         status manager derives it from deviceName  bound to the ifindex and reopened only
 //                                         and ifIndex above                          when it changes (not on a MAC change)
-// System::NetStatus                       uname(): nodename, domainname ("(none)"    Checked every 2 s (no netlink event)
-//                                         is empty)
+// System::NetStatus                       uname(): nodename, domainname ("(none)"    Read again on each change the kernel
+//                                         is empty)                                  signals (POLLPRI on /proc/sys/kernel/
+//                                                                                    hostname and domainname; no netlink
+//                                                                                    event); every 2 s where it cannot
 // EntityMib::Status.value                 the configured text, else os-release       System Description TLV
 //                                         PRETTY_NAME, "Linux", release, machine
 // Redundancy::RedundancyStatus            active, one cell                           A host has one supervisor
@@ -75,7 +89,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/EthAddr.h"
 #include "platform/IntfId.h"
@@ -116,6 +132,20 @@ bool isLag(const LinkFacts& link);
 bool isLagMember(const LinkFacts& link);
 bool isVrf(const LinkFacts& link);
 
+Interface::OperStatus operStatusOf(const LinkFacts& link);
+bool enabledOf(const LinkFacts& link);
+// The VRF a link's addresses are in, from its master (or null).
+std::string vrfNameOf(const LinkFacts* master);
+// Whether a link of this kind publishes its IPv4 addresses.
+bool ip4Published(const Konet::IntfId::Numbering& numbering);
+// Whether link is a member of lag as the LAG's record lists it.
+bool lagMemberOf(const LinkFacts& link, const LinkFacts& lag);
+// The chassis MAC: configured, else from the links (in ifindex order); none when no link has one.
+std::optional<Konet::EthAddr> chassisMacOf(const std::vector<const LinkFacts*>& links,
+                                           std::optional<Konet::EthAddr> configured);
+// The frame size every non-management port takes: the smallest of theirs, 1518 with none.
+uint16_t maxFrameSizeOf(const std::vector<const LinkFacts*>& ports);
+
 // The interface kind and numbers of a link; master is the link's master or null.
 Konet::IntfId::Numbering linkNumbering(const LinkFacts& link, const LinkFacts* master);
 
@@ -137,6 +167,9 @@ struct Ip4Fact {
   bool secondary = false;
 };
 bool ip4Counts(uint8_t scope);
+// Of a link's addresses in ascending order, the index of the active one (0 when all are
+// secondary); the list must not be empty.
+size_t activeIp4Of(const std::vector<Ip4Fact>& addrs);
 bool ip6Counts(uint8_t scope, uint32_t flags);
 
 // The UTS names as NetStatus carries them.

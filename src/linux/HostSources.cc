@@ -2,7 +2,10 @@
 // host-name check on its clock.
 #include "linux/HostSources.h"
 
+#include <fcntl.h>
+#include <malloc.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -36,7 +39,16 @@ HostRecords HostSources::recordsIn(Platform::StateDb& db, const std::string& net
 
 HostSources::HostSources(Platform::Scheduler& scheduler, HostRecords records, Options options)
     : scheduler_(scheduler), options_(std::move(options)), state_(std::move(records)),
-      netlink_(scheduler, state_, options_.netlink), hostnameClock_(scheduler, [this] { handleHostnameClock(); }) {
+      netlink_(scheduler, state_, options_.netlink), hostnameClock_(scheduler, [this] { handleHostnameClock(); }),
+      trimClock_(scheduler, [this] {
+        linksGoneSinceTrim_ = 0;
+        ++memoryTrims_;
+        malloc_trim(0);
+      }) {
+  state_.linksGoneIs([this](size_t links) {
+    linksGoneSinceTrim_ += links;
+    if (linksGoneSinceTrim_ >= options_.trimAfterLinks) trimClock_.timeMinIs(scheduler_.now() + options_.trimDelay);
+  });
   netlink_.dumpCompleteIs([this] {
     if (readyAnnounced_) return;
     readyAnnounced_ = true;
@@ -44,7 +56,7 @@ HostSources::HostSources(Platform::Scheduler& scheduler, HostRecords records, Op
   });
 }
 
-HostSources::~HostSources() = default;
+HostSources::~HostSources() { utsNamesUnwatch(); }
 
 bool HostSources::start(std::string& error) {
   utsname uts{};
@@ -61,6 +73,7 @@ bool HostSources::start(std::string& error) {
     kernelSysDescr_ = systemDescriptionOf(prettyName, uts.release, uts.machine);
   }
   doSyncSysDescr();
+  utsNamesWatchIs();
   handleHostnameClock();
   return netlink_.start(error);
 }
@@ -75,9 +88,37 @@ void HostSources::doSyncSysDescr() {
   state_.records().sysDescr->valueIs(sysDescrOverride_ ? *sysDescrOverride_ : kernelSysDescr_);
 }
 
+bool HostSources::utsNamesWatchIs() {
+  for (const std::string& path : options_.utsNamePaths) {
+    // The open takes the file's change count: the first change after it is signalled.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+      utsNamesUnwatch();
+      return false;
+    }
+    utsFds_.push_back(fd);
+    utsWatches_.push_back(scheduler_.exceptionWatchIs(
+        fd, [this] { handleHostnameClock(); },
+        [this](std::error_code) {
+          // Not watchable after all (a file system without change signals): poll instead.
+          scheduler_.post([this] {
+            utsNamesUnwatch();
+            handleHostnameClock();
+          });
+        }));
+  }
+  return !utsWatches_.empty();
+}
+
+void HostSources::utsNamesUnwatch() {
+  utsWatches_.clear();
+  for (const int fd : utsFds_) ::close(fd);
+  utsFds_.clear();
+}
+
 void HostSources::handleHostnameClock() {
   ++hostnameChecks_;
-  hostnameClock_.timeMinIs(scheduler_.now() + options_.hostnameCheckInterval);
+  if (!utsNamesWatched()) hostnameClock_.timeMinIs(scheduler_.now() + options_.hostnameCheckInterval);
   const auto& netStatus = state_.records().netStatus;
   if (!netStatus) return;
   // uname() is a system call on the kernel's UTS names, not a read of the disk.
@@ -95,6 +136,7 @@ HostSources::Counters HostSources::counters() const {
   c.netlinkMessages = netlink_.counters().messages;
   c.netlinkInvalidMessages = netlink_.counters().invalidMessages;
   c.hostnameChecks = hostnameChecks_;
+  c.memoryTrims = memoryTrims_;
   return c;
 }
 

@@ -21,8 +21,15 @@ class HostSources {
  public:
   struct Options {
     NetlinkSource::Options netlink;
-    // How often the UTS names are compared (netlink announces no host-name change).
+    // The kernel signals each change of the UTS names as an exceptional condition on these
+    // files; where they cannot be watched, the names are compared every hostnameCheckInterval.
+    std::vector<std::string> utsNamePaths = {"/proc/sys/kernel/hostname", "/proc/sys/kernel/domainname"};
     double hostnameCheckInterval = 2.0;
+    // Once this many links have gone and none has for trimDelay, the memory their records
+    // held goes back to the system (the allocator keeps freed memory otherwise, so a host
+    // whose containers come and go would only ever grow).
+    size_t trimAfterLinks = 64;
+    double trimDelay = 2.0;
     // Where the OS release is read from (first readable one wins).
     std::vector<std::string> osReleasePaths = {"/etc/os-release", "/usr/lib/os-release"};
   };
@@ -31,6 +38,7 @@ class HostSources {
     uint64_t netlinkMessages = 0;
     uint64_t netlinkInvalidMessages = 0;
     uint64_t hostnameChecks = 0;
+    uint64_t memoryTrims = 0;
   };
 
   // The records at the paths the agent mounts, made in the database when not there yet
@@ -55,20 +63,30 @@ class HostSources {
   void bridgeMacAddrIs(std::optional<Konet::EthAddr> addr) { state_.bridgeMacAddrOverrideIs(addr); }
   void sysDescrIs(std::optional<std::string> text);
 
-  // Compares the UTS names with what NetStatus holds now (the clock does it periodically).
+  // Compares the UTS names with what NetStatus holds now (on each change the kernel signals,
+  // or periodically where it cannot).
   void handleHostnameClock();
+  // Whether the names are watched as events (no periodic check).
+  bool utsNamesWatched() const { return !utsWatches_.empty(); }
 
   const HostState& state() const { return state_; }
   const NetlinkSource& netlink() const { return netlink_; }
 
  private:
   void doSyncSysDescr();
+  bool utsNamesWatchIs();
+  void utsNamesUnwatch();
 
   Platform::Scheduler& scheduler_;
   Options options_;
   HostState state_;
   NetlinkSource netlink_;
   Platform::Clock hostnameClock_;
+  Platform::Clock trimClock_;
+  size_t linksGoneSinceTrim_ = 0;
+  uint64_t memoryTrims_ = 0;
+  std::vector<int> utsFds_;
+  std::vector<std::unique_ptr<Platform::FdWatch>> utsWatches_;
   std::optional<std::string> sysDescrOverride_;
   std::string kernelSysDescr_;
   std::function<void()> onReady_;

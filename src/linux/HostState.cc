@@ -101,6 +101,7 @@ void HostState::linkDel(int32_t ifIndex) {
   links_.erase(it);
   addrs_.erase(ifIndex);
   dirty_.insert(ifIndex);
+  ++linksGone_;
   globalsDirty_ = true;
 }
 
@@ -196,13 +197,23 @@ void HostState::bridgeMacAddrOverrideIs(std::optional<Konet::EthAddr> addr) {
 void HostState::flush() {
   dirty_.erase(0);
   // Names first leave, then arrive: two links may swap their names in one batch.
+  std::set<std::string> left;
   for (int32_t ifIndex : dirty_) {
     const auto pub = published_.find(ifIndex);
     if (pub == published_.end()) continue;
     const LinkFacts* l = link(ifIndex);
     if (l && l->name == pub->second) continue;
     unpublish(pub->second);
+    left.insert(pub->second);
     published_.erase(pub);
+  }
+  // A name that left may already be another link's: one deleted and made again under the same
+  // name while notifications were lost, filed by an earlier flush of the resync's dump before
+  // the sweep found the old one gone. That link is published again under it.
+  if (!left.empty()) {
+    for (const auto& [ifIndex, name] : published_) {
+      if (left.count(name)) dirty_.insert(ifIndex);
+    }
   }
   for (int32_t ifIndex : dirty_) {
     if (const LinkFacts* l = link(ifIndex)) publish(*l);
@@ -210,6 +221,8 @@ void HostState::flush() {
   dirty_.clear();
   if (globalsDirty_) publishGlobals();
   globalsDirty_ = false;
+  if (linksGone_ != 0 && onLinksGone_) onLinksGone_(linksGone_);
+  linksGone_ = 0;
 }
 
 void HostState::unpublish(const std::string& name) {
@@ -229,17 +242,25 @@ void HostState::unpublish(const std::string& name) {
 void HostState::publish(const LinkFacts& l) {
   ++intfWrites_;
   const LinkFacts* m = master(l);
-  // The kind is known before any record under the name appears.
   const Konet::IntfId::Numbering numbering = linkNumbering(l, m);
+  LinkEntry& entry = links_[l.ifIndex];
+  const bool management = numbering.kind == Konet::IntfId::Kind::management;
+  if (published_.count(l.ifIndex) && entry.management != management) {
+    // Into or out of the management VRF: the port's records are made again under the new
+    // kind, which the agent reads when they appear.
+    const Konet::IntfId before(l.name);
+    if (auto& r = records_.ethPhyIntfStatusDir) r->intfStatusDel(before);
+    if (auto& r = records_.ethPhyIntfConfigDir) r->intfConfigDel(before);
+  }
+  // The kind is known before any record under the name appears.
   Konet::IntfPlatformTable::intfIs(l.name, numbering);
-  links_[l.ifIndex].management = numbering.kind == Konet::IntfId::Kind::management;
+  entry.management = management;
   published_[l.ifIndex] = l.name;
   const Konet::IntfId id(l.name);
   if (auto& r = records_.kernelNetInfo) r->deviceIs(l.name, KernelNetInfo::Device{l.ifIndex, l.addr});
   auto fillStatus = [&](Interface::IntfStatus& s) {
     s.ifIndexIs(l.ifIndex);
-    s.operStatusIs(linkStatusOf(l) == Interface::LinkStatus::linkUp ? Interface::OperStatus::up
-                                                                     : Interface::OperStatus::down);
+    s.operStatusIs(operStatusOf(l));
   };
   if (auto& r = records_.allIntfStatusDir) {
     upsert<Interface::IntfStatus>(*r, id, &Interface::AllIntfStatusDir::intfStatus<Konet::IntfId>,
@@ -252,7 +273,7 @@ void HostState::publish(const LinkFacts& l) {
   publishPort(l, id, m);
   publishLag(l, id);
   publishSwitching(l, id, m);
-  publishIp(l, id, m);
+  publishIp(l, id, m, ip4Published(numbering));
 }
 
 void HostState::publishPort(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m) {
@@ -279,7 +300,7 @@ void HostState::publishPort(const LinkFacts& l, const Konet::IntfId& id, const L
                                         &Interface::AllEthPhyIntfConfigDir::intfConfigInsert,
                                         [&](Interface::EthPhyIntfConfig& c) {
                                           c.descriptionIs(l.alias);
-                                          c.enabledIs((l.flags & 1u) != 0);  // IFF_UP
+                                          c.enabledIs(enabledOf(l));
                                         });
   }
 }
@@ -293,7 +314,7 @@ void HostState::publishLag(const LinkFacts& l, const Konet::IntfId& id) {
   }
   std::set<Konet::IntfId> members;
   for (const auto& [ifIndex, entry] : links_) {
-    if (entry.facts.master == l.ifIndex && isEthernetWire(entry.facts)) members.insert(entry.facts.name);
+    if (lagMemberOf(entry.facts, l)) members.insert(entry.facts.name);
   }
   upsert<Interface::EthLagIntfStatus>(*r, id, &Interface::EthLagIntfStatusDir::intfStatus<Konet::IntfId>,
                                       &Interface::EthLagIntfStatusDir::intfStatusInsert,
@@ -323,18 +344,19 @@ void HostState::publishSwitching(const LinkFacts& l, const Konet::IntfId& id, co
                                      });
 }
 
-void HostState::publishIp(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m) {
+void HostState::publishIp(const LinkFacts& l, const Konet::IntfId& id, const LinkFacts* m, bool ip4) {
   const auto a = addrs_.find(l.ifIndex);
   const Addrs empty;
   const Addrs& addrs = a == addrs_.end() ? empty : a->second;
   if (auto& r = records_.ipStatus) {
-    if (addrs.ip4.empty()) {
+    if (addrs.ip4.empty() || !ip4) {
       r->ipIntfStatusDel(id);
     } else {
-      // The smallest primary is the active address; everything else is secondary.
-      auto active = std::find_if(addrs.ip4.begin(), addrs.ip4.end(), [](const auto& kv) { return !kv.second.secondary; });
-      if (active == addrs.ip4.end()) active = addrs.ip4.begin();
-      const Lldp::VrfName vrf(m && isVrf(*m) ? m->name : std::string("default"));
+      std::vector<Ip4Fact> sorted;
+      sorted.reserve(addrs.ip4.size());
+      for (const auto& [addr, e] : addrs.ip4) sorted.push_back({addr, e.secondary});
+      const auto active = std::next(addrs.ip4.begin(), static_cast<std::ptrdiff_t>(activeIp4Of(sorted)));
+      const Lldp::VrfName vrf(vrfNameOf(m));
       upsert<Ip::IpIntfStatus>(*r, id, &Ip::Status::ipIntfStatus<Konet::IntfId>, &Ip::Status::ipIntfStatusInsert,
                                [&](Ip::IpIntfStatus& s) {
                                  s.vrfIs(vrf);
@@ -368,29 +390,18 @@ void HostState::publishIp(const LinkFacts& l, const Konet::IntfId& id, const Lin
 }
 
 void HostState::publishGlobals() {
-  // Chassis MAC: configured, else a VLAN-aware bridge's, else the lowest NIC's permanent one.
-  std::optional<Konet::EthAddr> bridgeMac = bridgeMacOverride_;
-  const LinkFacts* nic = nullptr;
-  const LinkFacts* wire = nullptr;
-  uint32_t frameSize = 0;
+  std::vector<const LinkFacts*> links, framePorts;
+  links.reserve(links_.size());
   for (const auto& [ifIndex, entry] : links_) {
-    const LinkFacts& l = entry.facts;
-    if (!bridgeMac && isBridge(l) && l.vlanFiltering && !l.addr.isZero()) bridgeMac = l.addr;
-    if (!isEthernetWire(l)) continue;
-    if (!nic && isPhysicalNic(l)) nic = &l;
-    if (!wire) wire = &l;
+    links.push_back(&entry.facts);
     // Management ports advertise their own MTU; they must not lower everyone else's.
-    if (!selection_.selected(l.name) || entry.management) continue;
-    const uint32_t size = frameSizeOf(l);
-    frameSize = frameSize ? std::min(frameSize, size) : size;
+    if (isEthernetWire(entry.facts) && selection_.selected(entry.facts.name) && !entry.management) {
+      framePorts.push_back(&entry.facts);
+    }
   }
-  auto stableMac = [](const LinkFacts& l) { return l.permAddr.isZero() ? l.addr : l.permAddr; };
-  if (!bridgeMac && nic) bridgeMac = stableMac(*nic);
-  if (!bridgeMac && wire) bridgeMac = stableMac(*wire);
-  if (records_.bridgingConfig && bridgeMac) records_.bridgingConfig->bridgeMacAddrIs(*bridgeMac);
-  if (records_.bridgingHwCapabilities) {
-    records_.bridgingHwCapabilities->maxFrameSizeIs(static_cast<uint16_t>(frameSize ? frameSize : 1518));
-  }
+  const std::optional<Konet::EthAddr> chassisMac = chassisMacOf(links, bridgeMacOverride_);
+  if (records_.bridgingConfig && chassisMac) records_.bridgingConfig->bridgeMacAddrIs(*chassisMac);
+  if (records_.bridgingHwCapabilities) records_.bridgingHwCapabilities->maxFrameSizeIs(maxFrameSizeOf(framePorts));
 }
 
 }  // namespace Linux

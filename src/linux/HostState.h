@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -73,6 +74,9 @@ class HostState {
 
   // Writes the records of everything that changed.
   void flush();
+  // Called after a flush that removed the records of links gone from the kernel, with their
+  // number.
+  void linksGoneIs(std::function<void(size_t)> fn) { onLinksGone_ = std::move(fn); }
 
   const HostRecords& records() const { return records_; }
   const LinkFacts* link(int32_t ifIndex) const;
@@ -105,7 +109,7 @@ class HostState {
   void publishPort(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
   void publishLag(const LinkFacts& link, const Konet::IntfId& id);
   void publishSwitching(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
-  void publishIp(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master);
+  void publishIp(const LinkFacts& link, const Konet::IntfId& id, const LinkFacts* master, bool ip4);
   void publishGlobals();
 
   HostRecords records_;
@@ -119,6 +123,8 @@ class HostState {
   IntfSelection selection_;
   std::optional<Konet::EthAddr> bridgeMacOverride_;
   uint64_t intfWrites_ = 0;
+  size_t linksGone_ = 0;  // since the last flush
+  std::function<void(size_t)> onLinksGone_;
 };
 
 }  // namespace Linux

@@ -57,7 +57,12 @@ nl_msg* dumpRequest(int type, int family, bool bridgeVlans) {
 }  // namespace
 
 NetlinkSource::NetlinkSource(Platform::Scheduler& scheduler, HostState& state, Options options)
-    : scheduler_(scheduler), state_(state), options_(options), buffer_(64 * 1024) {}
+    : scheduler_(scheduler), state_(state), options_(options), buffer_(64 * 1024),
+      stallClock_(scheduler, [this] { handleStallClock(); }),
+      rewatchClock_(scheduler, [this] {
+        watchIs();
+        resyncIs();
+      }) {}
 
 NetlinkSource::~NetlinkSource() {
   watch_.reset();
@@ -96,9 +101,38 @@ bool NetlinkSource::start(std::string& error) {
   // Lost notifications must be reported, not hidden.
   const int off = 0;
   setsockopt(nl_socket_get_fd(sock_), SOL_NETLINK, NETLINK_NO_ENOBUFS, &off, sizeof off);
-  watch_ = scheduler_.readableWatchIs(nl_socket_get_fd(sock_), [this] { handleReadable(); });
+  watchIs();
   resyncIs();
   return true;
+}
+
+void NetlinkSource::watchIs() {
+  watch_ = scheduler_.readableWatchIs(
+      nl_socket_get_fd(sock_), [this] { handleReadable(); },
+      [this](std::error_code error) { handleSocketError(error.message()); });
+}
+
+void NetlinkSource::handleSocketError(const std::string& what) {
+  // Logged (within the throttle), then everything read again: a silent error would leave the
+  // agent deaf to every later change.
+  ++counters_.recvErrors;
+  NETLINK_READ_FAILED.emit(what);
+  if (!watch_) return;
+  watch_.reset();
+  rewatchClock_.timeMinIs(scheduler_.now() + options_.rewatchDelay);
+}
+
+void NetlinkSource::handleStallClock() {
+  if (dumpQueue_.empty()) return;
+  // The kernel never finished the dump (a reply lost, or never sent): without this, every
+  // later resync would wait for it for ever.
+  ++counters_.dumpStalls;
+  NETLINK_READ_FAILED.emit("no reply to a dump request; reading everything again");
+  dumpQueue_.clear();
+  dumpSeq_ = 0;
+  dumpInterrupted_ = false;
+  resyncPending_ = false;
+  resyncIs();
 }
 
 void NetlinkSource::resyncIs() {
@@ -128,6 +162,7 @@ void NetlinkSource::sendDump() {
     nlmsg_free(msg);
   }
   ++counters_.dumps;
+  stallClock_.timeMinIs(scheduler_.now() + options_.dumpStallTimeout);
   if (err < 0) {
     // Not sent: skip this one rather than wait forever; the next resync asks again.
     NETLINK_READ_FAILED.emit(nl_geterror(err));
@@ -158,6 +193,7 @@ void NetlinkSource::dumpDone(bool complete) {
     resyncIs();
     return;
   }
+  stallClock_.timeMinIs(Platform::kNever);
   state_.flush();
   dumpApplied_ = true;
   if (onDumpComplete_) onDumpComplete_();
@@ -183,8 +219,7 @@ void NetlinkSource::handleReadable() {
         resyncIs();
         continue;
       }
-      ++counters_.recvErrors;
-      NETLINK_READ_FAILED.emit(std::strerror(errno));
+      handleSocketError(std::strerror(errno));
       break;
     }
     if (static_cast<size_t>(n) > buffer_.size()) {
@@ -208,6 +243,10 @@ void NetlinkSource::handleDatagram(const uint8_t* data, size_t len) {
 
 void NetlinkSource::handleMessage(nlmsghdr* hdr) {
   const bool ours = dumpSeq_ != 0 && hdr->nlmsg_seq == dumpSeq_ && hdr->nlmsg_pid == nl_socket_get_local_port(sock_);
+  // A long dump that makes progress is no stall.
+  if (ours) stallClock_.timeMinIs(scheduler_.now() + options_.dumpStallTimeout);
+  // The late reply of a dump abandoned for a stall: facts of another moment, never applied.
+  if (!ours && hdr->nlmsg_seq != 0 && hdr->nlmsg_pid == nl_socket_get_local_port(sock_)) return;
   // The kernel changed what it was dumping while it dumped: the dump may have missed entries,
   // so it sweeps nothing, and everything is taken again afterwards.
   if (ours && (hdr->nlmsg_flags & NLM_F_DUMP_INTR)) {
@@ -219,7 +258,15 @@ void NetlinkSource::handleMessage(nlmsghdr* hdr) {
     return;
   }
   if (hdr->nlmsg_type == NLMSG_ERROR) {
-    if (ours) dumpDone(false);
+    if (!ours) return;
+    // The kernel runs one dump at a time per socket: while an abandoned one is still being
+    // delivered (and left aside), the request is made again until the kernel takes it.
+    const auto* err = static_cast<const nlmsgerr*>(nlmsg_data(hdr));
+    if (hdr->nlmsg_len >= NLMSG_LENGTH(sizeof(nlmsgerr)) && err->error == -EBUSY) {
+      sendDump();
+      return;
+    }
+    dumpDone(false);
     return;
   }
   if (hdr->nlmsg_type == NLMSG_NOOP || hdr->nlmsg_type == NLMSG_OVERRUN) return;

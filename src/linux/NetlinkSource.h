@@ -26,6 +26,10 @@ class NetlinkSource {
     int rcvBufBytes = 8 << 20;
     // Datagrams read per readiness call before others get the thread.
     int maxDatagramsPerCall = 64;
+    // A dump with no reply for this long is abandoned and everything dumped again.
+    double dumpStallTimeout = 5.0;
+    // After the socket fails, it is watched again (and everything dumped) this much later.
+    double rewatchDelay = 1.0;
   };
   struct Counters {
     uint64_t resyncs = 0;         // dumps forced by lost notifications
@@ -33,6 +37,7 @@ class NetlinkSource {
     uint64_t invalidMessages = 0; // messages libnl could not parse
     uint64_t dumps = 0;           // dump requests sent
     uint64_t recvErrors = 0;      // failed reads other than lost notifications
+    uint64_t dumpStalls = 0;      // dumps abandoned for want of a reply
     double cpuSeconds = 0;        // thread CPU spent reading and applying
   };
 
@@ -58,6 +63,9 @@ class NetlinkSource {
   void resyncIs();
   void sendDump();
   void dumpDone(bool complete);
+  void handleStallClock();
+  void handleSocketError(const std::string& what);
+  void watchIs();
 
   Platform::Scheduler& scheduler_;
   HostState& state_;
@@ -72,6 +80,8 @@ class NetlinkSource {
   bool dumpApplied_ = false;
   std::function<void()> onDumpComplete_;
   Counters counters_;
+  Platform::Clock stallClock_;
+  Platform::Clock rewatchClock_;
 };
 
 }  // namespace Linux

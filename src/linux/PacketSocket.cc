@@ -59,9 +59,29 @@ bool ringRequest(int fd, const RingGeometry& ring, unsigned blockTimeoutMs) {
   return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) == 0;
 }
 
+namespace {
+int gRingMapFailures = 0;
+}  // namespace
+
+void ringMapFailuresIs(int count) { gRingMapFailures = count; }
+
 uint8_t* ringMap(int fd, const RingGeometry& ring) {
+  if (gRingMapFailures > 0) {
+    --gRingMapFailures;
+    errno = ENOMEM;
+    return nullptr;
+  }
   void* map = mmap(nullptr, ring.blockSize * ring.blockCount, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   return map == MAP_FAILED ? nullptr : static_cast<uint8_t*>(map);
+}
+
+bool membershipIs(int fd, unsigned ifIndex, const Konet::EthAddr& addr, bool member) {
+  packet_mreq mreq{};
+  mreq.mr_ifindex = static_cast<int>(ifIndex);
+  mreq.mr_type = PACKET_MR_MULTICAST;
+  mreq.mr_alen = 6;
+  std::memcpy(mreq.mr_address, addr.data(), 6);
+  return setsockopt(fd, SOL_PACKET, member ? PACKET_ADD_MEMBERSHIP : PACKET_DROP_MEMBERSHIP, &mreq, sizeof mreq) == 0;
 }
 
 bool configure(int fd, const Setup& setup, const std::vector<Interface::FilterInstruction>& filter,
@@ -80,12 +100,8 @@ bool configure(int fd, const Setup& setup, const std::vector<Interface::FilterIn
   // lack the option; the receive path skips such frames too.
   const int on = 1;
   setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
-  packet_mreq mreq{};
-  mreq.mr_ifindex = static_cast<int>(setup.ifIndex);
-  mreq.mr_type = PACKET_MR_MULTICAST;
-  mreq.mr_alen = 6;
-  std::memcpy(mreq.mr_address, setup.listenAddr.data(), 6);
-  if (setsockopt(fd, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0) {
+  // A socket of all interfaces joins the group on each port's interface as the port comes.
+  if (setup.ifIndex != 0 && !membershipIs(fd, setup.ifIndex, setup.listenAddr, true)) {
     error = systemError("PACKET_ADD_MEMBERSHIP");
     return false;
   }

@@ -52,6 +52,8 @@ bool filterAttach(int fd, const std::vector<Interface::FilterInstruction>& progr
 
 bool ringRequest(int fd, const RingGeometry& ring, unsigned blockTimeoutMs);
 uint8_t* ringMap(int fd, const RingGeometry& ring);
+// Makes the next `count` maps fail as when the system has no memory for them (tests).
+void ringMapFailuresIs(int count);
 
 struct Setup {
   std::vector<Interface::FilterInstruction> program;
@@ -61,7 +63,9 @@ struct Setup {
   unsigned ifIndex = 0;
   std::string netNs;
 };
-// Sets up a socket with its ring and binds it, from which moment frames flow through `filter`
+// Joins (or leaves) the group address on one interface; the kernel counts joins.
+bool membershipIs(int fd, unsigned ifIndex, const Konet::EthAddr& addr, bool member);
+// Sets up a socket with its ring and binds it (ifIndex 0: to every interface), from which moment frames flow through `filter`
 // (the set-up's program or another) into the ring.
 bool configure(int fd, const Setup& setup, const std::vector<Interface::FilterInstruction>& filter,
                const RingGeometry& ring, unsigned blockTimeoutMs, std::string& error);

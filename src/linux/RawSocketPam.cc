@@ -15,9 +15,19 @@
 #include <cstring>
 #include <set>
 
+#include "linux/SharedRingPam.h"
 #include "platform/Log.h"
 
 namespace Linux {
+
+const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
+    {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
+     "Cannot send an LLDPDU on interface %s: %s",
+     "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
+     "buffers). The failure is counted on the port; the next transmission tries again.",
+     "If the message repeats while the interface is up, check the interface and its driver.", 60,
+     {"INTERFACE", nullptr}});
+
 namespace {
 
 using namespace PacketSocket;
@@ -29,19 +39,19 @@ const Platform::LogHandle<std::string_view, std::string_view> PAM_RECEIVE_FAILED
      "neighbours there for now. It tries again every few seconds.",
      "If the message repeats, disable and re-enable LLDP on the interface.", 60, {"INTERFACE", nullptr}});
 
-const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED(
-    {"LLDP_PACKET_SEND_FAILED", Platform::Severity::warning,
-     "Cannot send an LLDPDU on interface %s: %s",
-     "The kernel refused an LLDPDU on an interface (it went down, disappeared or is out of "
-     "buffers). The failure is counted on the port; the next transmission tries again.",
-     "If the message repeats while the interface is up, check the interface and its driver.", 60,
-     {"INTERFACE", nullptr}});
-
 // The rings of all ports of the process, in bytes: the current ones, which the budget governs,
 // and replaced ones still being read.
 size_t gRingBytes = 0;
 size_t gRetiringBytes = 0;
 size_t gRingBudget = RawSocketPam::kRxRingBudget;
+size_t gSharedBytes = 0;    // the rings shared by the ports without a socket of their own
+size_t gReservedBytes = 0;  // room kept for shared rings not yet opened
+
+// What the budget leaves for the rings of ports with a socket of their own.
+size_t dedicatedBudget() {
+  const size_t shared = std::max(gSharedBytes, gReservedBytes);
+  return gRingBudget > shared ? gRingBudget - shared : 0;
+}
 // One budget pass at a time, due on the clock of the port that asked for it: a batch of ports
 // opened together is sized once, with the number of ports known.
 RawSocketPam* gBudgetPassOwner = nullptr;
@@ -52,26 +62,6 @@ double gPortsChangedLast = 0;
 std::set<RawSocketPam*>& allPams() {
   static std::set<RawSocketPam*> pams;
   return pams;
-}
-
-tpacket_block_desc* blockAt(uint8_t* ring, const RawSocketPam::RingGeometry& geometry, size_t block) {
-  return reinterpret_cast<tpacket_block_desc*>(ring + block * geometry.blockSize);
-}
-
-uint32_t blockStatus(const tpacket_block_desc* block) {
-  // Acquire: the frames the kernel wrote before handing the block over are visible.
-  return __atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE);
-}
-
-const tpacket3_hdr* frameHdr(const uint8_t* frame) { return reinterpret_cast<const tpacket3_hdr*>(frame); }
-
-const sockaddr_ll* frameAddr(const uint8_t* frame) {
-  return reinterpret_cast<const sockaddr_ll*>(frame + TPACKET_ALIGN(sizeof(tpacket3_hdr)));
-}
-
-bool frameFits(const uint8_t* frame, const uint8_t* blockEnd) {
-  const tpacket3_hdr* hdr = frameHdr(frame);
-  return frame + TPACKET3_HDRLEN <= blockEnd && frame + hdr->tp_mac + hdr->tp_snaplen <= blockEnd;
 }
 
 }  // namespace
@@ -86,14 +76,16 @@ RawSocketPam::RingGeometry RawSocketPam::ringGeometry(size_t maxRxPktData) {
   return {blockSize, std::max<size_t>(2, kRxRingBytes / blockSize)};
 }
 
-Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
-                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
-                                              Platform::Scheduler& scheduler, const std::string& netNs,
-                                              std::string& error) {
-  Ring ring;
-  ring.geometry = ringGeometry(config.maxRxPktData());
-  Setup setup{config.filterProgram(), config.listenAddr(), config.ethProtocol(), config.sockPrio(), 0, netNs};
-  const bool ok = inNetNs(netNs, error, [&] {
+namespace {
+
+// A socket bound to the port with a mapped ring of the geometry; false with error set (and
+// nothing left open) when the kernel refuses any step.
+bool socketWithRingOpen(PacketSocket::Setup& setup, const std::string& device, int32_t ifIndex,
+              RawSocketPam::RingGeometry geometry, unsigned blockTimeoutMs, int& fd, uint8_t*& map,
+              std::string& error) {
+  fd = -1;
+  map = nullptr;
+  const bool ok = inNetNs(setup.netNs, error, [&] {
     // Bound by index: a device made again under the same name is another socket's business.
     setup.ifIndex = ifIndex > 0 ? static_cast<unsigned>(ifIndex) : if_nametoindex(device.c_str());
     if (!setup.ifIndex) {
@@ -101,19 +93,32 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
       return false;
     }
     // No protocol yet: nothing is queued before the filter and the ring are in place.
-    ring.fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (ring.fd < 0) {
+    fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
       error = systemError("socket");
       return false;
     }
-    return configure(ring.fd, setup, setup.program, ring.geometry, kRxBlockTimeoutMs, error);
+    return configure(fd, setup, setup.program, geometry, blockTimeoutMs, error);
   });
-  ring.map = ok ? ringMap(ring.fd, ring.geometry) : nullptr;
-  if (ok && !ring.map) error = systemError("mmap of the receive ring");
-  if (!ring.map) {
-    if (ring.fd >= 0) ::close(ring.fd);
-    return nullptr;
-  }
+  map = ok ? ringMap(fd, geometry) : nullptr;
+  if (ok && !map) error = systemError("mmap of the receive ring");
+  if (map) return true;
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+  return false;
+}
+
+}  // namespace
+
+Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, const std::string& device,
+                                              int32_t ifIndex, const Interface::EthDevPamManager& config,
+                                              Platform::Scheduler& scheduler, const std::string& netNs,
+                                              std::string& error, size_t ringBytes) {
+  Ring ring;
+  ring.geometry = ringGeometry(config.maxRxPktData());
+  ring.geometry.blockCount = std::max(ring.geometry.blockCount, ringBytes / ring.geometry.blockSize);
+  Setup setup{config.filterProgram(), config.listenAddr(), config.ethProtocol(), config.sockPrio(), 0, netNs};
+  if (!socketWithRingOpen(setup, device, ifIndex, ring.geometry, kRxBlockTimeoutMs, ring.fd, ring.map, error)) return nullptr;
   Platform::Ptr<RawSocketPam> pam(new RawSocketPam(intfId, ring, std::move(setup), scheduler));
   pam->fanoutId_ = fanoutCreate(pam->rx_.fd, pam->fanoutFlags_);
   pam->separateDot1QHdr_ = config.separateDot1QHdr();
@@ -123,15 +128,22 @@ Platform::Ptr<RawSocketPam> RawSocketPam::open(const Konet::IntfId& intfId, cons
   return pam;
 }
 
-size_t RawSocketPam::ringBytesInUse() { return gRingBytes + gRetiringBytes; }
+size_t RawSocketPam::ringBytesInUse() { return gRingBytes + gRetiringBytes + gSharedBytes; }
+void RawSocketPam::sharedRingBytesAdd(size_t bytes) { gSharedBytes += bytes; }
+void RawSocketPam::sharedRingBytesRemove(size_t bytes) { gSharedBytes -= bytes; }
 size_t RawSocketPam::ringBudget() { return gRingBudget; }
 void RawSocketPam::ringBudgetIs(size_t bytes) { gRingBudget = bytes; }
 
-size_t RawSocketPam::ringShare(size_t ports) {
+size_t RawSocketPam::ringShare(size_t ports) { return ringShareOf(dedicatedBudget(), ports); }
+
+size_t RawSocketPam::ringShareOf(size_t budget, size_t ports) {
   size_t share = kRxRingMaxBytes;
-  while (share > kRxRingBytes && share * ports > gRingBudget) share /= 2;
+  while (share > kRxRingBytes && share * ports > budget) share /= 2;
   return share;
 }
+
+void RawSocketPam::ringBudgetReserve(size_t bytes) { gReservedBytes += bytes; }
+void RawSocketPam::ringBudgetRelease(size_t bytes) { gReservedBytes -= bytes; }
 
 void RawSocketPam::ringBudgetPassPost(RawSocketPam& pam) {
   gPortsChangedLast = pam.scheduler_.now();
@@ -159,7 +171,7 @@ void RawSocketPam::handleBudgetClock() {
 void RawSocketPam::ringBudgetKeep(bool grow) {
   const size_t share = ringShare(allPams().size());
   // Over the budget: the largest rings above the share come down to it, largest first.
-  while (gRingBytes > gRingBudget) {
+  while (gRingBytes > dedicatedBudget()) {
     RawSocketPam* largest = nullptr;
     for (RawSocketPam* pam : allPams()) {
       if (pam->retiring_.map || pam->ringBytes() <= share) continue;
@@ -171,17 +183,17 @@ void RawSocketPam::ringBudgetKeep(bool grow) {
   // Room left: rings below the share grow to it.
   for (RawSocketPam* pam : allPams()) {
     if (pam->retiring_.map || pam->ringBytes() >= share) continue;
-    if (gRingBytes - pam->ringBytes() + share > gRingBudget) break;
+    if (gRingBytes - pam->ringBytes() + share > dedicatedBudget()) break;
     pam->ringResize(share);
   }
 }
 
 void RawSocketPam::ringGrow() {
   // Straight to the largest ring that the budget allows, beyond the share if there is room.
-  if (retiring_.map) return;
+  if (retiring_.map || !rx_.map) return;
   const size_t bytes = ringBytes();
   size_t wanted = kRxRingMaxBytes;
-  while (wanted > bytes && gRingBytes - bytes + wanted > gRingBudget) wanted /= 2;
+  while (wanted > bytes && gRingBytes - bytes + wanted > dedicatedBudget()) wanted /= 2;
   if (wanted <= bytes) return;
   ringResize(wanted);
 }
@@ -189,7 +201,7 @@ void RawSocketPam::ringGrow() {
 bool RawSocketPam::ringResize(size_t bytes) {
   const size_t blockSize = rx_.geometry.blockSize;
   const RingGeometry wanted{blockSize, std::max<size_t>(2, bytes / blockSize)};
-  if (wanted.blockCount == rx_.geometry.blockCount || retiring_.map) return false;
+  if (!rx_.map || wanted.blockCount == rx_.geometry.blockCount || retiring_.map) return false;
   if (fanoutId_ && ringReplace(wanted)) return true;
   return ringResizeInPlace(wanted);
 }
@@ -231,12 +243,7 @@ bool RawSocketPam::ringReplace(const RingGeometry& geometry) {
 bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
   // What the ring still holds is lost with it, as are the frames that arrive while there is
   // none (they wait in the socket's queue, which nobody reads): counted as dropped.
-  uint64_t lost = rx_.framesLeft;
-  for (size_t b = 0; b < rx_.geometry.blockCount; ++b) {
-    if (rx_.blockHeld && b == rx_.block) continue;
-    const tpacket_block_desc* block = blockAt(rx_.map, rx_.geometry, b);
-    if (blockStatus(block) & TP_STATUS_USER) lost += block->hdr.bh1.num_pkts;
-  }
+  uint64_t lost = rx_.framesHeld();
   const size_t before = rx_.bytes();
   munmap(rx_.map, before);
   gRingBytes -= before;
@@ -259,7 +266,10 @@ bool RawSocketPam::ringResizeInPlace(const RingGeometry& geometry) {
   while (recv(rx_.fd, &byte, 1, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++lost;
   rxKernelDropsInc(lost);
   if (!rx_.map) {
+    // A socket without a ring is readable for ever and nobody reads it: closed, and opened
+    // again later.
     PAM_RECEIVE_FAILED.emit(intfId().name(), "no memory for the receive ring");
+    ringClose();
     return true;
   }
   gRingBytes += rx_.bytes();
@@ -277,7 +287,7 @@ void RawSocketPam::handleRetireClock() {
     passRun();
     return;
   }
-  uint64_t lost = framesFilling(retiring_);
+  uint64_t lost = retiring_.framesFilling();
   if (lost != 0 && scheduler_.now() < retireBy_) {
     // The kernel hands that block over within its timeout.
     retireClock_.timeMinIs(scheduler_.now() + kRxBlockTimeoutMs / 1000.0);
@@ -298,7 +308,8 @@ void RawSocketPam::handleRetireClock() {
 RawSocketPam::RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler)
     : Pam(std::move(intfId)), rx_(ring), setup_(std::move(setup)), scheduler_(scheduler),
       rewatchClock_(scheduler, [this] { watchIs(); }), retireClock_(scheduler, [this] { handleRetireClock(); }),
-      budgetClock_(scheduler, [this] { handleBudgetClock(); }) {
+      budgetClock_(scheduler, [this] { handleBudgetClock(); }),
+      reopenClock_(scheduler, [this] { handleReopenClock(); }) {
   allPams().insert(this);
   gRingBytes += ringBytes();
 }
@@ -321,6 +332,7 @@ RawSocketPam::~RawSocketPam() {
 }
 
 void RawSocketPam::watchIs() {
+  if (rx_.fd < 0) return;  // closed until the reopen clock opens it again
   watch_ = scheduler_.readableWatchIs(
       rx_.fd, [this] { handleReadable(); }, [this](std::error_code error) { handleWaitError(error); });
 }
@@ -328,7 +340,60 @@ void RawSocketPam::watchIs() {
 void RawSocketPam::handleReadable() {
   // A pass is already due: it takes what waits, after the other work of this turn.
   if (passPosted_) return;
+  // Woken with no frame: the socket carries an error (ENETDOWN once the link went down),
+  // which keeps it readable until someone reads it. The port keeps its socket while the link
+  // is down: reopening on every flap would cost two kernel grace periods and frames.
+  if (!rxWaiting()) {
+    socketErrorsRead();
+    return;
+  }
   passRun();
+}
+
+void RawSocketPam::socketErrorsRead() {
+  for (const Ring* ring : {&rx_, &retiring_}) {
+    if (ring->fd < 0) continue;
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(ring->fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0) ++rxSocketErrors_;
+  }
+}
+
+void RawSocketPam::ringClose() {
+  watch_.reset();
+  if (rx_.map) {
+    munmap(rx_.map, rx_.bytes());
+    gRingBytes -= rx_.bytes();
+  }
+  if (rx_.fd >= 0) ::close(rx_.fd);
+  rx_.fd = -1;
+  rx_.map = nullptr;
+  rx_.block = 0;
+  rx_.blockHeld = false;
+  rx_.framesLeft = 0;
+  fanoutId_ = 0;
+  reopenClock_.timeMinIs(scheduler_.now() + reopenDelay_);
+  reopenDelay_ = std::min(reopenDelay_ * 2, kReopenDelayMax);
+}
+
+void RawSocketPam::handleReopenClock() {
+  if (rx_.map) return;
+  Ring ring;
+  ring.geometry = ringGeometry(maxRxPktData_);
+  std::string error;
+  if (!socketWithRingOpen(setup_, intfId().name(), static_cast<int32_t>(setup_.ifIndex), ring.geometry, kRxBlockTimeoutMs,
+                ring.fd, ring.map, error)) {
+    PAM_RECEIVE_FAILED.emit(intfId().name(), error);
+    reopenClock_.timeMinIs(scheduler_.now() + reopenDelay_);
+    reopenDelay_ = std::min(reopenDelay_ * 2, kReopenDelayMax);
+    return;
+  }
+  rx_ = ring;
+  gRingBytes += rx_.bytes();
+  reopenDelay_ = kReopenDelay;
+  ++rxRingReopens_;
+  fanoutId_ = fanoutCreate(rx_.fd, fanoutFlags_);
+  watchIs();
 }
 
 void RawSocketPam::passRun() {
@@ -362,73 +427,24 @@ bool RawSocketPam::rxWaiting() {
     if (ringWaiting(retiring_)) return true;
     // Frames in the block the kernel is still filling there come before the new ring's: it
     // hands that block over within its timeout, and the old socket's watch brings us back.
-    if (framesFilling(retiring_) != 0) return false;
+    if (retiring_.framesFilling() != 0) return false;
   }
   reading_ = &rx_;
   return rx_.map && ringWaiting(rx_);
 }
 
 bool RawSocketPam::ringWaiting(Ring& ring) {
-  for (size_t tries = 0; tries <= ring.geometry.blockCount; ++tries) {
-    while (ring.framesLeft > 0) {
-      // Our own transmissions, where the kernel could not be told to leave them out.
-      if (frameAddr(ring.frame)->sll_pkttype != PACKET_OUTGOING) return true;
-      frameNext(ring);
-    }
-    if (ring.blockHeld) blockRelease(ring);
-    tpacket_block_desc* block = blockAt(ring.map, ring.geometry, ring.block);
-    const uint32_t status = blockStatus(block);
-    if (!(status & TP_STATUS_USER)) return false;
-    ring.blockHeld = true;
-    ring.lastSeq = block->hdr.bh1.seq_num;
-    if (status & TP_STATUS_LOSING) lossSeen_ = true;
-    // Half the ring or more waits behind this block (the kernel fills blocks in order): grow
-    // before it overflows.
-    const size_t half = (ring.block + ring.geometry.blockCount / 2) % ring.geometry.blockCount;
-    if (&ring == &rx_ && (blockStatus(blockAt(ring.map, ring.geometry, half)) & TP_STATUS_USER)) growDue_ = true;
-    const uint32_t first = block->hdr.bh1.offset_to_first_pkt;
-    ring.framesLeft = first < ring.geometry.blockSize ? block->hdr.bh1.num_pkts : 0;
-    ring.frame = reinterpret_cast<uint8_t*>(block) + first;
-    const uint8_t* blockEnd = reinterpret_cast<const uint8_t*>(block) + ring.geometry.blockSize;
-    if (ring.framesLeft > 0 && !frameFits(ring.frame, blockEnd)) ring.framesLeft = 0;
-  }
-  return false;
-}
-
-uint32_t RawSocketPam::framesFilling(const Ring& ring) {
-  const tpacket_block_desc* block = blockAt(ring.map, ring.geometry, ring.block);
-  if (blockStatus(block) & TP_STATUS_USER) return 0;
-  // A block the kernel has not begun again still holds its count from the round before.
-  if (__atomic_load_n(&block->hdr.bh1.seq_num, __ATOMIC_RELAXED) != ring.lastSeq + 1) return 0;
-  return __atomic_load_n(&block->hdr.bh1.num_pkts, __ATOMIC_RELAXED);
-}
-
-void RawSocketPam::frameNext(Ring& ring) {
-  const uint32_t next = frameHdr(ring.frame)->tp_next_offset;
-  --ring.framesLeft;
-  ring.frame += next;
-  // A frame that would leave the block ends it: the kernel never writes one.
-  const uint8_t* blockEnd =
-      reinterpret_cast<const uint8_t*>(blockAt(ring.map, ring.geometry, ring.block)) + ring.geometry.blockSize;
-  if (ring.framesLeft > 0 && (next == 0 || !frameFits(ring.frame, blockEnd))) ring.framesLeft = 0;
-}
-
-void RawSocketPam::blockRelease(Ring& ring) {
-  // Every block ours: the kernel had nowhere to put frames and may have dropped some.
-  bool full = true;
-  for (size_t b = 0; b < ring.geometry.blockCount && full; ++b) {
-    full = blockStatus(blockAt(ring.map, ring.geometry, b)) & TP_STATUS_USER;
-  }
-  if (full) lossSeen_ = true;
-  __atomic_store_n(&blockAt(ring.map, ring.geometry, ring.block)->hdr.bh1.block_status, TP_STATUS_KERNEL,
-                   __ATOMIC_RELEASE);
-  ring.blockHeld = false;
-  ring.framesLeft = 0;
-  ring.block = (ring.block + 1) % ring.geometry.blockCount;
+  const bool waiting = ring.waiting();
+  lossSeen_ = lossSeen_ || ring.lossSeen;
+  ring.lossSeen = false;
+  // Half of the current ring waits: grow before it overflows.
+  if (&ring == &rx_ && ring.halfFull) growDue_ = true;
+  ring.halfFull = false;
+  return waiting;
 }
 
 void RawSocketPam::rxSkip() {
-  if (rxWaiting()) frameNext(*reading_);
+  if (rxWaiting()) reading_->frameNext();
 }
 
 void RawSocketPam::rxKernelDropsRead() {
@@ -454,25 +470,19 @@ Platform::PacketPtr RawSocketPam::rxPkt() {
   rxTakenInc();
   if (!rxWaiting()) return nullptr;
   Ring& ring = *reading_;
-  Platform::PacketPtr pkt = Platform::PacketPool::instance().alloc();
-  if (!pkt) {
-    frameNext(ring);  // no buffer: the frame is lost, as when a socket's queue is full
-    return nullptr;
-  }
-  const tpacket3_hdr* hdr = frameHdr(ring.frame);
-  const size_t n = std::min<size_t>({hdr->tp_snaplen, maxRxPktData_, pkt->maxSharedData()});
-  pkt->receivedIs(n);
-  std::memcpy(pkt->data(), ring.frame + hdr->tp_mac, n);
-  if (separateDot1QHdr_ && (hdr->tp_status & TP_STATUS_VLAN_VALID)) {
-    const uint16_t tpid = (hdr->tp_status & TP_STATUS_VLAN_TPID_VALID) ? hdr->hv1.tp_vlan_tpid : 0x8100;
-    pkt->dot1QHdrIs(Platform::Packet::Dot1QTag{tpid, static_cast<uint16_t>(hdr->hv1.tp_vlan_tci)});
-  }
-  frameNext(ring);
+  Platform::PacketPtr pkt = ring.framePacket(maxRxPktData_, separateDot1QHdr_);
+  // No buffer: the frame is lost, as when a socket's queue is full.
+  ring.frameNext();
+  if (!pkt) return nullptr;
   rxFramesInc();
   return pkt;
 }
 
 void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
+  if (rx_.fd < 0) {
+    txErrorsInc();  // no socket until the ring is opened again
+    return;
+  }
   if (send(rx_.fd, pkt->data(), pkt->bytes(), MSG_DONTWAIT) < 0) {
     // ENETDOWN, ENXIO, ENOBUFS and the like: counted per port, logged with the throttle.
     const int error = errno;
@@ -483,11 +493,72 @@ void RawSocketPam::txPkt(Platform::PacketPtr pkt) {
   txFramesInc();
 }
 
+RawSocketPamManager::RawSocketPamManager(Platform::Ptr<Interface::PamDesiredIntfDir> desired,
+                                         Platform::Ptr<Interface::EthDevPamCollection> pams,
+                                         Platform::Ptr<Interface::DeviceIntfStatusDir> devices,
+                                         Platform::Scheduler& scheduler, std::string netNs, size_t dedicatedPortsMax)
+    : PamManagerBase(std::move(desired), std::move(pams), std::move(devices), scheduler), netNs_(std::move(netNs)),
+      dedicatedPortsMax_(std::min(dedicatedPortsMax, SharedRing::kExcludedMax)) {
+  RawSocketPam::ringBudgetReserve(SharedRing::kRingBytes);
+}
+
+RawSocketPamManager::~RawSocketPamManager() {
+  *alive_ = false;
+  RawSocketPam::ringBudgetRelease(SharedRing::kRingBytes);
+}
+
+void RawSocketPamManager::dedicatedPrune() {
+  const size_t before = dedicated_.size();
+  std::erase_if(dedicated_, [this](const auto& entry) { return pams()->intfPam(entry.first).get() != entry.second.pam; });
+  if (dedicated_.size() != before) exclusionsSync();
+}
+
+void RawSocketPamManager::exclusionsSync() {
+  if (!shared_) return;
+  std::set<int32_t> ifIndexes;
+  for (const auto& [intfId, entry] : dedicated_) ifIndexes.insert(entry.ifIndex);
+  std::string error;
+  // Cannot fail within kExcludedMax; if it did, those frames would reach no port twice.
+  shared_->excludedIs(ifIndexes, error);
+}
+
 Platform::Ptr<Konet::Pam> RawSocketPamManager::openPam(const Konet::IntfId& intfId,
                                                        const Interface::DeviceIntf& device,
                                                        std::string& error) {
   const std::string& name = device.deviceName.empty() ? intfId.name() : device.deviceName;
-  return RawSocketPam::open(intfId, name, device.ifIndex, *this, scheduler(), netNs_, error);
+  dedicatedPrune();
+  if (dedicated_.size() < dedicatedPortsMax_) {
+    // Each opens at the share it would have with every such port open: no ring is replaced
+    // while ports come, each replacement costing kernel grace periods on the event thread.
+    const size_t ringBytes = RawSocketPam::ringShareOf(
+        RawSocketPam::ringBudget() - std::min(RawSocketPam::ringBudget(), SharedRing::kRingBytes), dedicatedPortsMax_);
+    Platform::Ptr<RawSocketPam> pam =
+        RawSocketPam::open(intfId, name, device.ifIndex, *this, scheduler(), netNs_, error, ringBytes);
+    if (!pam) return nullptr;
+    dedicated_[intfId] = Dedicated{pam.get(), pam->ifIndex()};
+    exclusionsSync();
+    return pam;
+  }
+  int32_t ifIndex = device.ifIndex;
+  if (ifIndex <= 0 && !PacketSocket::inNetNs(netNs_, error, [&] {
+        ifIndex = static_cast<int32_t>(if_nametoindex(name.c_str()));
+        if (ifIndex == 0) error = PacketSocket::systemError(("interface " + name).c_str());
+        return ifIndex != 0;
+      })) {
+    return nullptr;
+  }
+  if (!shared_) {
+    shared_ = SharedRing::open(*this, scheduler(), netNs_, error);
+    if (!shared_) return nullptr;
+    exclusionsSync();
+    // Closed when its last port has gone: churn leaves no socket and no ring memory behind.
+    shared_->emptyIs([this, alive = alive_] {
+      if (*alive && shared_ && shared_->ports() == 0) shared_.reset();
+    });
+  }
+  Platform::Ptr<SharedPortPam> pam(new SharedPortPam(intfId, ifIndex, shared_));
+  if (!shared_->portIs(*pam, error)) return nullptr;
+  return pam;
 }
 
 }  // namespace Linux

@@ -2,14 +2,22 @@
 // ring sized within a process-wide budget, optionally opened inside a named network namespace.
 #pragma once
 
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "linux/PacketSocket.h"
+#include "linux/RxRing.h"
 #include "platform/PamManager.h"
 
 namespace Linux {
+
+class SharedRing;
+
+// An LLDPDU the kernel refused, on any kind of port.
+extern const Platform::LogHandle<std::string_view, std::string_view> PAM_SEND_FAILED;
 
 class RawSocketPam : public Konet::Pam {
  public:
@@ -18,16 +26,24 @@ class RawSocketPam : public Konet::Pam {
   static Platform::Ptr<RawSocketPam> open(const Konet::IntfId& intfId, const std::string& device,
                                           int32_t ifIndex, const Interface::EthDevPamManager& config,
                                           Platform::Scheduler& scheduler, const std::string& netNs,
-                                          std::string& error);
+                                          std::string& error, size_t ringBytes = kRxRingBytes);
   ~RawSocketPam() override;
 
   Platform::PacketPtr rxPkt() override;
   void txPkt(Platform::PacketPtr pkt) override;
   int fd() const { return rx_.fd; }
+  int32_t ifIndex() const { return static_cast<int32_t>(setup_.ifIndex); }
   // Failed waits for frames (each is logged and the wait retried after a pause).
   uint64_t rxWaitErrors() const { return rxWaitErrors_; }
   // Receive passes run so far.
   uint64_t rxPasses() const { return rxPasses_; }
+  // Errors the kernel left pending on the socket (ENETDOWN each time the link goes down), read
+  // so that they stop waking the event thread.
+  uint64_t rxSocketErrors() const { return rxSocketErrors_; }
+  // Rings that could not be mapped again after a resize; the port then has no socket until a
+  // reopen, retried with back-off, succeeds.
+  uint64_t rxRingReopens() const { return rxRingReopens_; }
+  bool ringOpen() const { return rx_.map != nullptr; }
 
   // The receive ring: blocks of whole pages, each holding at least one frame of the receive
   // size with the kernel's headers (16 KiB for 10236 bytes). A port opens with kRxRingBytes,
@@ -54,6 +70,9 @@ class RawSocketPam : public Konet::Pam {
   // per port (each resize costs a socket).
   static constexpr double kRingBudgetInterval = 0.5;
   static constexpr double kRewatchDelay = 5.0;
+  // A ring that cannot be mapped is tried again after this long, doubling up to the most.
+  static constexpr double kReopenDelay = 1.0;
+  static constexpr double kReopenDelayMax = 60.0;
 
   using RingGeometry = PacketSocket::RingGeometry;
   static RingGeometry ringGeometry(size_t maxRxPktData);
@@ -61,8 +80,18 @@ class RawSocketPam : public Konet::Pam {
   uint64_t rxRingResizes() const { return rxRingResizes_; }
   // Resizes that could not hand over without loss (the kernel lacks what it takes).
   uint64_t rxRingResizesLossy() const { return rxRingResizesLossy_; }
-  // The rings of all ports of the process, replaced ones still being read included.
+  // The rings of all ports of the process, replaced ones and shared ones included.
   static size_t ringBytesInUse();
+  // A ring shared by many ports takes its room in the budget before the ports' own rings.
+  static void sharedRingBytesAdd(size_t bytes);
+  static void sharedRingBytesRemove(size_t bytes);
+  // Room kept in the budget for a shared ring before it is opened, so that the rings of the
+  // first ports need not come down when it opens.
+  static void ringBudgetReserve(size_t bytes);
+  static void ringBudgetRelease(size_t bytes);
+  // The largest ring, a power of two between the least and the largest, that `ports` rings
+  // may each have within `budget`.
+  static size_t ringShareOf(size_t budget, size_t ports);
   // What all rings together may hold (kRxRingBudget unless set), and a port's share of it when
   // there are `ports`: a power of two between the least and the largest ring.
   static size_t ringBudget();
@@ -70,33 +99,21 @@ class RawSocketPam : public Konet::Pam {
   static size_t ringShare(size_t ports);
 
  private:
-  // One socket and its mapped ring, and how far reading has got in it.
-  struct Ring {
-    int fd = -1;
-    uint8_t* map = nullptr;
-    RingGeometry geometry{0, 0};
-    size_t block = 0;
-    bool blockHeld = false;  // the block being read is ours while its frames are offered
-    uint32_t framesLeft = 0;
-    uint8_t* frame = nullptr;
-    uint64_t lastSeq = 0;  // the kernel numbers the blocks it begins from 1
-    size_t bytes() const { return map ? geometry.blockSize * geometry.blockCount : 0; }
-  };
+  using Ring = PacketSocket::RxRing;
   // How a socket of this port is set up, kept to open the socket of a new ring.
   using Setup = PacketSocket::Setup;
 
   RawSocketPam(Konet::IntfId intfId, Ring ring, Setup setup, Platform::Scheduler& scheduler);
   void watchIs();
   void handleReadable();
+  void socketErrorsRead();
+  void ringClose();
+  void handleReopenClock();
   void passRun();
   void handleWaitError(std::error_code error);
   bool rxWaiting() override;
   void rxSkip() override;
   bool ringWaiting(Ring& ring);
-  // Frames in the block the kernel is filling, not yet handed over.
-  static uint32_t framesFilling(const Ring& ring);
-  void frameNext(Ring& ring);
-  void blockRelease(Ring& ring);
   void rxKernelDropsRead();
   void ringGrow();
   bool ringResize(size_t bytes);
@@ -123,6 +140,8 @@ class RawSocketPam : public Konet::Pam {
   Platform::Clock rewatchClock_;
   Platform::Clock retireClock_;
   Platform::Clock budgetClock_;  // armed on one port only, for the budget pass of all
+  Platform::Clock reopenClock_;
+  double reopenDelay_ = kReopenDelay;
   double retireBy_ = 0;  // frames the old ring still hides then are given up as dropped
   bool passPosted_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
@@ -130,25 +149,50 @@ class RawSocketPam : public Konet::Pam {
   uint64_t rxPasses_ = 0;
   uint64_t rxRingResizes_ = 0;
   uint64_t rxRingResizesLossy_ = 0;
+  uint64_t rxSocketErrors_ = 0;
+  uint64_t rxRingReopens_ = 0;
 };
 
-// Opens raw sockets for the desired interfaces; netNs names a namespace under /var/run/netns
-// to open them in (empty: the agent's own).
+// Opens packet access for the desired interfaces; netNs names a namespace under /var/run/netns
+// to open it in (empty: the agent's own). The first ports to open get a socket and ring of
+// their own (a flood on one then never crowds out another's frames); ports beyond
+// dedicatedPortsMax share one socket and ring. A socket of its own costs two kernel grace
+// periods over its life (ring set-up and close, some 15 ms each on this kind of host) and
+// 64 KiB to 4 MiB of ring; a shared port costs a group join. So a thousand ports appear within
+// a second, and receive memory and descriptors stay bounded for any number of ports.
 class RawSocketPamManager : public Interface::PamManagerBase {
  public:
+  static constexpr size_t kDedicatedPortsMax = 16;
+
   RawSocketPamManager(Platform::Ptr<Interface::PamDesiredIntfDir> desired,
                       Platform::Ptr<Interface::EthDevPamCollection> pams,
                       Platform::Ptr<Interface::DeviceIntfStatusDir> devices,
-                      Platform::Scheduler& scheduler, std::string netNs = {})
-      : PamManagerBase(std::move(desired), std::move(pams), std::move(devices), scheduler),
-        netNs_(std::move(netNs)) {}
+                      Platform::Scheduler& scheduler, std::string netNs = {},
+                      size_t dedicatedPortsMax = kDedicatedPortsMax);
+  ~RawSocketPamManager() override;
+
+  // The ring of the ports without a socket of their own (null until the first such port).
+  const SharedRing* sharedRing() const { return shared_.get(); }
+  size_t dedicatedPorts() const { return dedicated_.size(); }
 
  protected:
   Platform::Ptr<Konet::Pam> openPam(const Konet::IntfId& intfId, const Interface::DeviceIntf& device,
                                     std::string& error) override;
 
  private:
+  struct Dedicated {
+    const Konet::Pam* pam;
+    int32_t ifIndex;
+  };
+  // Forgets ports whose socket of their own has left the collection.
+  void dedicatedPrune();
+  void exclusionsSync();
+
   std::string netNs_;
+  size_t dedicatedPortsMax_;
+  std::map<Konet::IntfId, Dedicated> dedicated_;
+  std::shared_ptr<SharedRing> shared_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace Linux

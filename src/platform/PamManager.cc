@@ -1,6 +1,8 @@
 // Reconciling open packet access mechanisms with the desired and existing interfaces.
 #include "platform/PamManager.h"
 
+#include <algorithm>
+
 namespace Interface {
 
 const Platform::LogHandle<std::string_view, std::string_view> PAM_OPEN_FAILED(
@@ -48,7 +50,7 @@ void PamManagerBase::handleIntf(const Konet::IntfId& intfId) {
   if (!pam) {
     PAM_OPEN_FAILED.emit(intfId.name(), error);
     failed_.insert(intfId);
-    if (!retryClock_.armed()) retryClock_.timeMinIs(scheduler_.now() + kRetryInterval);
+    if (!retryClock_.armed()) retryClock_.timeMinIs(scheduler_.now() + retryInterval_);
     return;
   }
   failed_.erase(intfId);
@@ -71,7 +73,10 @@ void PamManagerBase::handleEnabled() {
 void PamManagerBase::handleRetryClock() {
   const std::set<Konet::IntfId> retry = std::move(failed_);
   failed_.clear();
+  // The clock is re-armed (by the first failure) at the interval after this one.
+  retryInterval_ = std::min(retryInterval_ * 2, kRetryIntervalMax);
   for (const Konet::IntfId& intfId : retry) handleIntf(intfId);
+  if (failed_.empty()) retryInterval_ = kRetryInterval;
 }
 
 }  // namespace Interface

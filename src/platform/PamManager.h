@@ -16,7 +16,11 @@ extern const Platform::LogHandle<std::string_view, std::string_view> PAM_OPEN_FA
 
 class PamManagerBase : public EthDevPamManager, public Platform::Reactor {
  public:
+  // Failed opens are retried after kRetryInterval, then at twice the interval each time they
+  // all fail again, up to kRetryIntervalMax: a port whose ring the kernel cannot map is not
+  // hammered, nor given up.
   static constexpr double kRetryInterval = 5.0;
+  static constexpr double kRetryIntervalMax = 60.0;
 
   PamManagerBase(Platform::Ptr<PamDesiredIntfDir> desired, Platform::Ptr<EthDevPamCollection> pams,
                  Platform::Ptr<DeviceIntfStatusDir> devices, Platform::Scheduler& scheduler);
@@ -41,6 +45,7 @@ class PamManagerBase : public EthDevPamManager, public Platform::Reactor {
   Platform::Scheduler& scheduler_;
   Platform::Clock retryClock_;
   std::set<Konet::IntfId> failed_;
+  double retryInterval_ = kRetryInterval;
   std::map<Konet::IntfId, DeviceIntf> openedOn_;
 };
 

@@ -182,6 +182,8 @@ void VirtualScheduler::readableIs(int fd) { readyIs(fd, FdReadiness::readable); 
 
 void VirtualScheduler::writableIs(int fd) { readyIs(fd, FdReadiness::writable); }
 
+void VirtualScheduler::exceptionIs(int fd) { readyIs(fd, FdReadiness::exception); }
+
 void VirtualScheduler::fdErrorIs(int fd, std::error_code error) {
   post([this, fd, error] {
     std::vector<std::shared_ptr<WatchState>> failed;

@@ -82,12 +82,19 @@ class Scheduler {
     return fdWatchIs(fd, FdReadiness::writable, std::move(onWritable), std::move(onError));
   }
 
+  // Calls onException each time the descriptor signals an exceptional condition (POLLPRI):
+  // how the kernel announces a change of some /proc/sys files, such as the host name.
+  std::unique_ptr<FdWatch> exceptionWatchIs(int fd, std::function<void()> onException,
+                                            FdErrorHandler onError = {}) {
+    return fdWatchIs(fd, FdReadiness::exception, std::move(onException), std::move(onError));
+  }
+
   size_t armedClocks() const { return heap_.size(); }
   // When the next pass is due (+infinity with no clock armed).
   double nextExpiry() const { return heap_.empty() ? kNever : heap_.front()->dueAt_; }
 
  protected:
-  enum class FdReadiness { readable, writable };
+  enum class FdReadiness { readable, writable, exception };
   virtual std::unique_ptr<FdWatch> fdWatchIs(int fd, FdReadiness readiness, std::function<void()> onReady,
                                              FdErrorHandler onError) = 0;
   // What a watch without an error handler does with a failed wait.
@@ -151,6 +158,7 @@ class VirtualScheduler : public Scheduler {
   // Makes the descriptor's readable (or writable) watchers run (simulated packet access).
   void readableIs(int fd);
   void writableIs(int fd);
+  void exceptionIs(int fd);
   // Makes waiting on the descriptor fail: its watchers get the error and then nothing more.
   void fdErrorIs(int fd, std::error_code error);
   size_t pendingCalls() const { return posted_.size(); }

@@ -82,5 +82,34 @@ TEST_F(AgentLocalInfoTest, RequestedPowerFollowsThePoweredDevicesOnThePort) {
   EXPECT_EQ(answer.pseAllocatedPower, 300);
 }
 
+// A client changing the value of its TLV: one LLDPDU leaves, at once, carrying the new value
+// (not one without the TLV, and the new value only after the transmit delay).
+TEST_F(AgentLocalInfoTest, ANewExternalTlvValueLeavesInOneLldpdu) {
+  addPort("Ethernet1", 1);
+  startAgent();
+  auto client = Platform::make<Lldp::ExternalTlvConfig>("client");
+  db.lookup<Platform::Dir>("l2discovery/lldp/externalTlvs")->entryIs("client", client);
+  const Lldp::UnknownOrgDefTlv::Key key(Lldp::Oui(0x001c73), 9, 1);
+  auto put = [&](const std::string& value) {
+    client->portConfigIs("Ethernet1")->unknownOrgDefTlvIs(key, Lldp::UnknownOrgDefTlv{key, Lldp::BoundedString507(value)});
+  };
+  put("first");
+  settle();
+  auto carried = [&] {
+    const auto rs = heard("Ethernet1");
+    if (!rs || rs->unknownOrgDefTlvs() != 1) return std::string();
+    return rs->unknownOrgDefTlv().begin().value().value.str();
+  };
+  ASSERT_EQ(carried(), "first");
+  scheduler.runFor(10);  // the fast start is over: the next change may leave at once
+  const size_t sent = sentBy("Ethernet1");
+  put("second");
+  scheduler.runFor(0.01);
+  EXPECT_EQ(sentBy("Ethernet1"), sent + 1);
+  EXPECT_EQ(carried(), "second");
+  settle();
+  EXPECT_EQ(sentBy("Ethernet1"), sent + 1);
+}
+
 }  // namespace
 }  // namespace AgentTest

@@ -1,6 +1,8 @@
 // The Input root and protocol root shared by the local-information tests.
 #include "InputFixture.h"
 
+#include "input/Poe.h"
+
 #include "data/Lldpdu.h"
 
 namespace InputTest {
@@ -43,6 +45,7 @@ void InputFixture::start(uint32_t cellId) {
   inputRoot->inputSmIs(phyConfigDir, bridgingConfig, hwCapabilities, ipStatus, ip6Status, routingConfig, sysDescr,
                        externalTlvs, netStatus, cliConfig, allIntfStatusDir, inputRoot.get());
   inputRoot->activeEthIntfStatusDirSmIs(phyDir, lagDir);
+  inputRoot->poeSmIs(poeDir, status, localSystem, inputRoot.get());
   inputRoot->remTablesClearRequestSmIs(remTablesCliConfig);
   inputRoot->identityDot1xStatusSmIs(dot1xStatus);
   protocolRoot->onOffSwitchSmIs(cliConfig, protocolRoot->pamMan());
@@ -55,6 +58,7 @@ void InputFixture::stop() {
   inputRoot->activeEthIntfStatusDirSmDel();
   inputRoot->standbyEthIntfStatusDirSmDel();
   inputRoot->inputSmDel();
+  inputRoot->poeSmDel();
   inputRoot->remTablesClearRequestSmDel();
   inputRoot.reset();
   protocolRoot.reset();

@@ -42,6 +42,7 @@ struct InputFixture : ::testing::Test {
   Routing::Config::Ptr routingConfig = Platform::make<Routing::Config>();
   EntityMib::Status::Ptr sysDescr = Platform::make<EntityMib::Status>();
   Platform::Dir::Ptr externalTlvs = Platform::make<Platform::Dir>("externalTlvs");
+  Platform::Dir::Ptr poeDir = Platform::make<Platform::Dir>("poePort");
   System::NetStatus::Ptr netStatus = Platform::make<System::NetStatus>();
   Interface::AllIntfStatusDir::Ptr allIntfStatusDir = Platform::make<Interface::AllIntfStatusDir>();
   Interface::AllEthPhyIntfStatusDir::Ptr phyDir = Platform::make<Interface::AllEthPhyIntfStatusDir>();

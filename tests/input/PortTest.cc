@@ -47,6 +47,27 @@ TEST_F(PortTest, PortsFollowTheForwardingModelAndCarryTheirIdentity) {
   phyDir->intfStatusDel("Ethernet3");
   EXPECT_FALSE(portConfig("Ethernet3"));
   EXPECT_FALSE(inputRoot->activeEthIntfStatusDirSm()->ethPhyIntfStatusSmHas("Ethernet3"));
+  // The status goes with the interface, whether the port still qualified or not.
+  EXPECT_FALSE(status->portStatusHas("Ethernet3"));
+  phyDir->intfStatusDel("Ethernet1");
+  EXPECT_FALSE(status->portStatusHas("Ethernet1"));
+}
+
+// The power subsystem's grant reaches a port whose record is made again after it was given.
+TEST_F(PortTest, APortMadeAgainTakesThePowerGrantedBefore) {
+  start();
+  auto phy = addPhy("Ethernet1");
+  auto grant = Platform::make<Environment::Power::PoePortStatus>("Ethernet1");
+  grant->grantedPowerIs(Units::Watts{15.4});
+  grant->poweredDeviceClassIs(3);
+  poeDir->entryIs("Ethernet1", grant);
+  ASSERT_DOUBLE_EQ(localPort("Ethernet1")->localPortPoeInfo()->grantedPower().value, 15.4);
+  phy->forwardingModelIs(ForwardingModel::discarded);
+  ASSERT_FALSE(localPort("Ethernet1"));
+  phy->forwardingModelIs(ForwardingModel::routed);
+  ASSERT_TRUE(localPort("Ethernet1"));
+  EXPECT_DOUBLE_EQ(localPort("Ethernet1")->localPortPoeInfo()->grantedPower().value, 15.4);
+  EXPECT_EQ(localPort("Ethernet1")->localPortPoeInfo()->pdClass(), 3);
 }
 
 TEST_F(PortTest, FrameSizeComesFromTheHardwareOrTheManagementMtu) {

@@ -134,16 +134,17 @@ class HostNetnsFixture : public ::testing::Test {
 
   // The whole agent on the sources (records in its database), and a peer engine in a second
   // namespace that receives what the agent sends; ports reach the peer through peerLinkIs().
-  void startAgent() {
+  void startAgent(size_t dedicatedPortsMax = Linux::RawSocketPamManager::kDedicatedPortsMax) {
     db = std::make_unique<Platform::StateDb>(s, "1");
     r = Linux::HostSources::recordsIn(*db);
     cliConfig = db->entityIs<Lldp::CliConfig>(Lldp::Agent::Agent::kCliConfigPath);
     sources = std::make_unique<Linux::HostSources>(s, r);
     std::string error;
     ASSERT_TRUE(sources->start(error)) << error;
-    agent = Lldp::Agent::agentFactory("LldpAgent", *db, [](Lldp::Agent::Protocol::Root& root) {
+    agent = Lldp::Agent::agentFactory("LldpAgent", *db, [dedicatedPortsMax](Lldp::Agent::Protocol::Root& root) {
       return std::make_unique<Linux::RawSocketPamManager>(root.desiredIntfDir(), root.pamCollection(),
-                                                          root.deviceIntfStatusDir(), root.scheduler());
+                                                          root.deviceIntfStatusDir(), root.scheduler(), "",
+                                                          dedicatedPortsMax);
     });
     agent->doInit();
     ASSERT_LE(waitFor([&] { return sources->ready() && agent->running(); }, 5), 5);

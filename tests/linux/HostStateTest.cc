@@ -294,6 +294,49 @@ TEST_F(HostStateTest, Ipv4PrimarySecondaryAndVrf) {
   EXPECT_FALSE(r.ipStatus->ipIntfStatusHas("uplink"));
 }
 
+// Tunnels and the like have no band of their own and would take priority 0, ahead of every
+// loopback and NIC: their IPv4 addresses are left out (IPv6 stays, for the operator to name).
+TEST_F(HostStateTest, AddressesOfLinksThatAreNoWireAreLeftOut) {
+  for (const auto& [index, kind] : std::vector<std::pair<int32_t, std::string>>{
+           {40, "wireguard"}, {41, "vxlan"}, {42, "tun"}, {43, "macvlan"}, {44, "gre"}}) {
+    state.linkIs(wire(index, "t" + std::to_string(index), kind));
+    state.ip4Is(index, {{*Arnet::IpAddr::parse("10.9.0." + std::to_string(index)), 24}, false});
+  }
+  state.linkIs(wire(45, "eno1", ""));
+  state.ip4Is(45, {{*Arnet::IpAddr::parse("192.0.2.1"), 24}, false});
+  const Arnet::Ip6AddrWithMask v6{*Arnet::Ip6Addr::parse("2001:db8::40"), 64};
+  state.ip6Is(40, v6);
+  state.flush();
+  EXPECT_EQ(r.ipStatus->ipIntfStatuss(), 1u);
+  EXPECT_TRUE(r.ipStatus->ipIntfStatusHas("eno1"));
+  EXPECT_TRUE(r.ip6Status->intfHas("t40"));
+}
+
+// A port moved into the management VRF becomes a management port: its records are made again
+// so that the agent takes it as one (and back again when it leaves).
+TEST_F(HostStateTest, APortMovedIntoOrOutOfTheManagementVrfIsMadeAgainUnderItsNewKind) {
+  state.linkIs(wire(50, "mgmt", "vrf"));
+  LinkFacts p = wire(51, "oob");
+  state.linkIs(p);
+  state.flush();
+  const auto before = r.ethPhyIntfStatusDir->intfStatus("oob");
+  ASSERT_TRUE(before);
+  EXPECT_EQ(Konet::IntfId("oob").kind(), Kind::ethernet);
+  p.master = 50;
+  state.linkIs(p);
+  state.flush();
+  const auto inside = r.ethPhyIntfStatusDir->intfStatus("oob");
+  ASSERT_TRUE(inside);
+  EXPECT_NE(inside, before);
+  EXPECT_EQ(Konet::IntfId("oob").kind(), Kind::management);
+  EXPECT_EQ(inside->intfId().kind(), Kind::management);
+  p.master = 0;
+  state.linkIs(p);
+  state.flush();
+  EXPECT_NE(r.ethPhyIntfStatusDir->intfStatus("oob"), inside);
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("oob")->intfId().kind(), Kind::ethernet);
+}
+
 TEST_F(HostStateTest, RenameMovesTheRecordsAndSelectionDropsPorts) {
   state.linkIs(wire(2, "eth1"));
   state.linkIs(wire(3, "eth2"));
@@ -386,6 +429,42 @@ TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
   EXPECT_FALSE(r.ipStatus->ipIntfStatusHas("uplink"));
   EXPECT_EQ(r.ethLagIntfStatusDir->intfStatus("bond0")->members(), 0u);
   EXPECT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("uplink"));
+}
+
+// Notifications lost while a link was deleted and made again under its name: the resync's dump
+// reports the new link in one part, a flush files it, and the sweep at the end finds the old
+// one gone. The name's records stay, the new link's.
+TEST_F(HostStateTest, ResyncAcrossALinkMadeAgainUnderItsNameEndsWithTheKernelsState) {
+  state.linkIs(wire(5, "veth0"));
+  state.linkIs(wire(6, "other"));
+  state.flush();
+  ASSERT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 5);
+
+  state.resyncBegins();
+  LinkFacts again = wire(9, "veth0");
+  again.mtu = 9000;
+  state.linkIs(again);  // the first part of the dump
+  state.flush();        // the end of a batch of datagrams
+  state.linkIs(wire(6, "other"));
+  state.sweepLinks();   // the dump is complete: ifindex 5 is gone
+  state.flush();
+  ASSERT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("veth0"));
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("veth0")->maxMtu(), 9000u);
+  EXPECT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 9);
+  EXPECT_EQ(r.kernelNetInfo->device("veth0").ifIndex, 9);
+  EXPECT_EQ(Konet::IntfId("veth0").kind(), Kind::ethernet);
+  EXPECT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("other"));
+  EXPECT_EQ(state.links(), 2u);
+
+  // The same with the name moving to a link that already existed under another name.
+  state.resyncBegins();
+  state.linkIs(wire(6, "veth0"));
+  state.flush();
+  state.sweepLinks();
+  state.flush();
+  EXPECT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 6);
+  EXPECT_FALSE(r.ethPhyIntfStatusDir->intfStatusHas("other"));
+  EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatuss(), 1u);
 }
 
 // libnl builds the messages the kernel would send; the parse path turns them into records.

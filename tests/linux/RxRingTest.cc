@@ -298,6 +298,37 @@ TEST_F(RxRingTest, RingsReplacedUnderTrafficLoseNothing) {
   EXPECT_EQ(RawSocketPam::ringBytesInUse(), 4 * RawSocketPam::kRxRingMaxBytes);
 }
 
+// A ring that cannot be mapped again after a resize leaves no socket that wakes the event
+// thread for ever: it is closed, and opened again after a pause, doubling while it fails.
+TEST_F(RxRingTest, ARingThatCannotBeMappedIsReopenedLater) {
+  auto reader = Platform::makeReactor<Reader>(receiver_);
+  s_.runFor(0.05);
+  ASSERT_EQ(receiver_->ringBytes(), RawSocketPam::kRxRingMaxBytes);
+  // Both large rings come down; every map of the two resizes fails (the new socket's, then
+  // the three sizes tried in place).
+  RawSocketPam::ringBudgetIs(1024 * kKiB);
+  portsOpen(1);
+  Linux::PacketSocket::ringMapFailuresIs(8);
+  s_.runFor(RawSocketPam::kRingBudgetInterval + 0.1);
+  Linux::PacketSocket::ringMapFailuresIs(0);
+  ASSERT_FALSE(receiver_->ringOpen());
+  ASSERT_FALSE(sender_->ringOpen());
+  send(1);
+  EXPECT_EQ(sender_->txErrors(), 1u);
+  const uint64_t events = s_.events();
+  s_.runFor(0.5 * RawSocketPam::kReopenDelay);
+  EXPECT_LT(s_.events() - events, 10u);  // nothing readable spins
+  EXPECT_TRUE(reader->sequence.empty());
+  s_.runFor(RawSocketPam::kReopenDelay);
+  ASSERT_TRUE(receiver_->ringOpen());
+  ASSERT_TRUE(sender_->ringOpen());
+  EXPECT_EQ(receiver_->rxRingReopens(), 1u);
+  send(2);
+  s_.runFor(0.1);
+  ASSERT_EQ(reader->sequence.size(), 1u);
+  EXPECT_EQ(reader->sequence[0], 2u);
+}
+
 TEST_F(RxRingTest, AThousandPortsStayWithinTheBudget) {
   rlimit files{};
   getrlimit(RLIMIT_NOFILE, &files);

@@ -77,6 +77,10 @@ TEST_F(PamManagerTest, FailedOpensAreLoggedAndRetried) {
   EXPECT_EQ(logs.entries()[0].text, "Cannot open packet access on interface eth1: Operation not permitted");
   s.runFor(PamManagerBase::kRetryInterval);
   EXPECT_FALSE(pams->intfPamHas("eth1"));
+  EXPECT_EQ(manager.opens, 2);
+  // Failing again, it waits twice as long.
+  s.runFor(PamManagerBase::kRetryInterval);
+  EXPECT_EQ(manager.opens, 2);
   s.runFor(PamManagerBase::kRetryInterval);
   EXPECT_TRUE(pams->intfPamHas("eth1"));
   EXPECT_TRUE(manager.failed().empty());
