@@ -120,35 +120,38 @@ TraceLine::~TraceLine() {
   }
 }
 
+RingTrace::RingTrace() : lines_(kCapacity) {
+  for (std::string& line : lines_) line.reserve(kLineBytes);
+}
+
 RingTrace& RingTrace::instance() {
   static RingTrace ring;
   return ring;
 }
 
-void RingTrace::add(std::string line) {
-  if (lines_.size() < kCapacity) {
-    lines_.push_back(std::move(line));
-    return;
-  }
-  lines_[next_] = std::move(line);
+void RingTrace::add(std::string_view line) {
+  lines_[next_].assign(line);
   next_ = (next_ + 1) % kCapacity;
+  count_ = std::min(count_ + 1, kCapacity);
 }
 
 std::vector<std::string> RingTrace::entries() const {
   std::vector<std::string> out;
-  out.reserve(lines_.size());
-  for (size_t i = 0; i < lines_.size(); ++i) out.push_back(lines_[(next_ + i) % lines_.size()]);
+  out.reserve(count_);
+  const size_t oldest = count_ < kCapacity ? 0 : next_;
+  for (size_t i = 0; i < count_; ++i) out.push_back(lines_[(oldest + i) % kCapacity]);
   return out;
 }
 
 void RingTrace::dump(FILE* out) const {
-  std::fprintf(out, "--- ring trace (%zu most recent events) ---\n", lines_.size());
+  std::fprintf(out, "--- ring trace (%zu most recent events) ---\n", count_);
   for (const std::string& line : entries()) std::fprintf(out, "%s\n", printable(line).c_str());
 }
 
 void RingTrace::clear() {
-  lines_.clear();
+  for (std::string& line : lines_) line.clear();
   next_ = 0;
+  count_ = 0;
 }
 
 }  // namespace Platform

@@ -65,16 +65,21 @@ class TraceLine {
 class RingTrace {
  public:
   static constexpr size_t kCapacity = 512;
+  // Room each slot keeps: a line is copied into its slot, so the ring allocates once, at its
+  // start, and the lines of thousands of ports coming and going pin no pages across the heap.
+  static constexpr size_t kLineBytes = 128;
   static RingTrace& instance();
 
-  void add(std::string line);
+  void add(std::string_view line);
   std::vector<std::string> entries() const;
   void dump(FILE* out) const;
   void clear();
 
  private:
-  std::vector<std::string> lines_;
+  RingTrace();
+  std::vector<std::string> lines_;  // kCapacity slots, the oldest at next_ once full
   size_t next_ = 0;
+  size_t count_ = 0;
 };
 
 class RingTraceLine {
