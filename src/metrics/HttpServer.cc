@@ -24,10 +24,16 @@ void logError(void*, const char* format, va_list args) {
   TRACE(gTrace, 2) << "http: " << line;
 }
 
-MHD_Result queueText(MHD_Connection* connection, unsigned status, const std::string& body, const char* type) {
-  MHD_Response* response =
-      MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY);
-  if (!response) return MHD_NO;
+// The body is handed to the library, which frees it once sent: a page of megabytes is held
+// once, not copied.
+MHD_Result queueText(MHD_Connection* connection, unsigned status, std::string body, const char* type) {
+  auto* owned = new std::string(std::move(body));
+  MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
+      owned->size(), owned->data(), [](void* cls) { delete static_cast<std::string*>(cls); }, owned);
+  if (!response) {
+    delete owned;
+    return MHD_NO;
+  }
   MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, type);
   if (status == MHD_HTTP_METHOD_NOT_ALLOWED) MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
   const MHD_Result result = MHD_queue_response(connection, status, response);
@@ -136,7 +142,7 @@ bool HttpServer::respond(MHD_Connection* connection, const char* url, const char
     ++counters_.notFound;
     return queueText(connection, MHD_HTTP_NOT_FOUND, "not found\n", "text/plain") == MHD_YES;
   }
-  return queueText(connection, MHD_HTTP_OK, body, type.c_str()) == MHD_YES;
+  return queueText(connection, MHD_HTTP_OK, std::move(body), type.c_str()) == MHD_YES;
 }
 
 }  // namespace Metrics
