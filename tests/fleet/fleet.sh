@@ -219,7 +219,8 @@ if (( bench )); then
     echo "$name: $bytes bytes per scrape, $(calc "($after - $before) * 1000 / $ticks / 200") ms CPU per scrape (200 scrapes, LLDP work included)"
   done
   series=$(curl -s "$url/api/v1/query" --data-urlencode 'query=count({__name__=~"lldp_.+"})' | sed -n 's/.*"value":\[[^,]*,"\([0-9]*\)".*/\1/p')
-  head=$(curl -s "$url/api/v1/query" --data-urlencode 'query=prometheus_tsdb_head_series' | sed -n 's/.*"value":\[[^,]*,"\([0-9]*\)".*/\1/p')
+  # Prometheus' own gauge, read from its /metrics page (it does not scrape itself here).
+  head=$(curl -s "$url/metrics" | awk '$1 == "prometheus_tsdb_head_series" {print $2}')
   echo "prometheus: $series lldp series, $head series in the head block"
   echo "load: $(uptime)"
 fi
