@@ -171,7 +171,12 @@ void addLldpMedMib(MibTree& tree, LldpMibData& data) {
   std::vector<std::pair<SubId, ColumnFn>> inventoryColumns;
   for (SubId c = 1; c <= 7; ++c) {
     const Inventory get = kInventory[c - 1];
-    inventoryColumns.emplace_back(c, [get](const Row& r) -> std::optional<Value> { return Value::octets((remoteOf(r).*get)().view()); });
+    // An inventory TLV the neighbour did not send is absent, not an empty string.
+    inventoryColumns.emplace_back(c, [get](const Row& r) -> std::optional<Value> {
+      const Lldp::BoundedString32& text = (remoteOf(r).*get)();
+      if (text.empty()) return std::nullopt;
+      return Value::octets(text.view());
+    });
   }
   tree.tableIs(extensionOid(kMed, {3, 3, 1}), inventory, std::move(inventoryColumns));
 
