@@ -17,11 +17,11 @@ def load(name):
         return json.load(f)
 
 
-def snmp(tool, *args, mibs=False):
+def snmp(tool, *args, mibs=False, opts=()):
     env = dict(os.environ, MIBS='')
     cmd = ['ip', 'netns', 'exec', ns, tool, '-v2c', '-c', 'public', '-t', '5', '-r', '1']
     cmd += ['-M', mibpath, '-m', 'ALL'] if mibs else ['-m', '', '-On', '-Ox', '-Oe', '-Ot']
-    out = subprocess.run(cmd + [target] + list(args), capture_output=True, text=True, env=env)
+    out = subprocess.run(cmd + list(opts) + [target] + list(args), capture_output=True, text=True, env=env)
     return out.stdout, out.stderr
 
 
@@ -524,6 +524,13 @@ for chunk in in_chunks(oids):
             continue  # counted on since the walk
         if g != values[o]:
             problem(f'GET {dotted(o)}: {got.get(o)}; the walk has {values[o]}')
+# Bulk walks with one and with many repetitions find the same objects.
+for reps in ('-Cr1', '-Cr200'):
+    other = [o for o, _ in parse(snmp('snmpbulkwalk', dotted(root), opts=[reps])[0])]
+    checked += 1
+    if other != oids:
+        problem(f'snmpbulkwalk {reps} finds {len(other)} objects, the walk {len(oids)}: first difference at '
+                f'{next((dotted(a) for a, b in zip(other, oids) if a != b), "the end")}')
 # TimeFilter: every row is found under an earlier time mark, none under a later one.
 for o, (obj, name, parts) in where.items():
     if 'lldpRemTimeMark' not in parts or parts['lldpRemTimeMark'] == 0:
@@ -570,6 +577,53 @@ for chunk in in_chunks(odd):
                 problem(f'GETNEXT {dotted(x)}: {dotted(o)}, past the end of the walk')
         elif o != want or (v != values[want] and values[want][0] != 'Counter32'):
             problem(f'GETNEXT {dotted(x)}: {dotted(o)} = {v}; the walk has {dotted(want)} next')
+
+# ---- Neighbours leaving: the table counters, the last change time, the rows ------------------
+def agent(*args):
+    out = subprocess.run([os.environ['LLDP_BINARY'], '--socket', os.path.join(work, 'a.sock')] + list(args) + ['--json'],
+                         capture_output=True, text=True)
+    return json.loads(out.stdout)
+
+
+def table_objects():
+    rows = parse(snmp('snmpbulkwalk', dotted(oid_of('lldpStatistics')))[0])
+    rows += parse(snmp('snmpbulkwalk', dotted(oid_of('lldpRemChassisIdSubtype')))[0])
+    return dict(rows)
+
+
+inserts = status['remTablesInserts']
+open(os.path.join(work, 'gone'), 'w').close()
+for _ in range(40):
+    import time
+    time.sleep(0.5)
+    st = agent('show', 'status')['status']
+    if st['remTablesDeletes'] >= 1 and st['remTablesAgeouts'] >= 1:
+        break
+now = table_objects()
+st = agent('show', 'status')['status']
+nb = agent('show', 'neighbors')
+ticks = parse(snmp('snmpget', '1.3.6.1.2.1.1.3.0')[0])[0][1][1]
+checked += 1
+if st['remTablesDeletes'] < 1 or st['remTablesAgeouts'] < 1 or st['remTablesInserts'] != inserts + 1:
+    problem(f'the agent did not count a goodbye and an age-out: {st}')
+for name, key in [('lldpStatsRemTablesInserts', 'remTablesInserts'), ('lldpStatsRemTablesDeletes', 'remTablesDeletes'),
+                  ('lldpStatsRemTablesDrops', 'remTablesDrops'), ('lldpStatsRemTablesAgeouts', 'remTablesAgeouts')]:
+    got = now.get(name_oid(name, 0))
+    if got is None or got[1] != st[key]:
+        problem(f'after a goodbye and an age-out, {name}.0 is {got and got[1]}; the agent shows {st[key]}')
+last = now.get(name_oid('lldpStatsRemTablesLastChangeTime', 0))
+want = ticks - round((nb['now'] - st['remTablesLastChangeTime']) * 100)
+if last is None or abs(last[1] - want) > 30:
+    problem(f'lldpStatsRemTablesLastChangeTime.0 is {last and last[1]}, sysUpTime at the last change is {want}')
+rows = sorted(o[len(oid_of('lldpRemChassisIdSubtype')):] for o in now if o[:len(oid_of('lldpRemChassisIdSubtype'))] == oid_of('lldpRemChassisIdSubtype'))
+left = sorted((marks[(ifindex[ps['intfId']], n['index'])], ifindex[ps['intfId']], n['index'])
+              for ps in nb['portStatus'] for n in ps['remoteSystem'] if (ifindex[ps['intfId']], n['index']) in marks)
+if rows != left or len(left) != sum(len(ps['remoteSystem']) for ps in nb['portStatus']):
+    problem(f'after a goodbye and an age-out the lldpRemTable rows are {rows}; the agent shows {left}')
+for name in ['lldpStatsRxPortAgeoutsTotal']:
+    total = sum(v[1] for o, v in now.items() if o[:len(oid_of(name))] == oid_of(name))
+    if total < 1:
+        problem(f'{name}: no port counts the age-out')
 
 print(f'{len(problems)} disagreements in {checked} checks of {len(walk)} objects')
 sys.exit(1 if problems else 0)

@@ -148,7 +148,7 @@ mibpath="$mibs:$work/base"
 
 cat >"$work/sender.py" <<'PY'
 # Sends crafted LLDPDUs of two neighbours on one interface every 2 s.
-import socket, struct, sys, time
+import os, socket, struct, sys, time
 intf = sys.argv[1]
 def tlv(t, body): return struct.pack('!H', (t << 9) | len(body)) + body
 def org(oui, sub, body): return tlv(127, bytes.fromhex(oui) + bytes([sub]) + body)
@@ -208,15 +208,25 @@ second = b''.join([
     org('00120f', 2, bytes([0x06, 2, 1])),  # a powered device: its port class is pClassPD
     tlv(0, b''),
 ])
+# Once the file `gone` appears: the second neighbour says goodbye (TTL 0), and a third one
+# comes with a TTL of 1 s and is heard no more, so that it ages out.
+gone = sys.argv[2]
+third = b''.join([tlv(1, bytes([7]) + s('brief')), tlv(2, bytes([7]) + s('p')), tlv(3, struct.pack('!H', 1)), tlv(0, b'')])
+shutdown = second.replace(tlv(3, struct.pack('!H', 120)), tlv(3, struct.pack('!H', 0)))
 sock = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
 sock.bind((intf, 0))
 dst = bytes.fromhex('0180c200000e')
+frames = [(bytes.fromhex('02aabbccdd01'), first), (bytes.fromhex('02aabbccdd02'), second)]
 while True:
-    for src, body in ((bytes.fromhex('02aabbccdd01'), first), (bytes.fromhex('02aabbccdd02'), second)):
+    if len(frames) == 2 and os.path.exists(gone):
+        sock.send(dst + bytes.fromhex('02aabbccdd02') + b'\x88\xcc' + shutdown)
+        sock.send(dst + bytes.fromhex('02aabbccdd03') + b'\x88\xcc' + third)
+        frames = frames[:1]
+    for src, body in frames:
         sock.send(dst + src + b'\x88\xcc' + body)
-    time.sleep(2)
+    time.sleep(0.5 if len(frames) == 1 else 2)
 PY
-ip netns exec "$nsC" python3 "$work/sender.py" "$c0" &
+ip netns exec "$nsC" python3 "$work/sender.py" "$c0" "$work/gone" &
 pids+=($!)
 lldpA() { "$build/lldp" --socket "$work/a.sock" "$@"; }
 lldpB() { "$build/lldp" --socket "$work/b.sock" "$@"; }
@@ -246,4 +256,4 @@ grep -v 'Cannot find module\|Did not find\|Unlinked OID\|Undefined identifier\|C
   "$work/named.err" >"$work/named.warnings" || true
 mv "$work/named.warnings" "$work/named.err"
 [[ -n $keep ]] && echo "work directory: $work"
-python3 "$top/scripts/snmp-mib-check.py" "$work" "$mibpath" "$target" "$nsA"
+LLDP_BINARY=$build/lldp python3 "$top/scripts/snmp-mib-check.py" "$work" "$mibpath" "$target" "$nsA"
