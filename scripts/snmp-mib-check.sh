@@ -184,6 +184,7 @@ first = b''.join([
     org('0012bb', 2, bytes([1]) + struct.pack('!I', (0b011 << 29) | (100 << 17) | (5 << 14) | (46 << 8))[:3]),
     org('0012bb', 2, bytes([2]) + struct.pack('!I', (0b001 << 29) | (101 << 17) | (3 << 14) | (24 << 8))[:3]),
     org('0012bb', 2, bytes([6]) + struct.pack('!I', (0b101 << 29) | (0 << 17) | (0 << 14) | (0 << 8))[:3]),
+    org('0012bb', 2, bytes([9]) + struct.pack('!I', (0b010 << 29) | (7 << 17))[:3]),  # a type no MIB names
     org('0012bb', 3, bytes([1]) + coordinate),
     org('0012bb', 3, bytes([2, len(civic)]) + civic),
     org('0012bb', 3, bytes([3]) + s('1234567890')),

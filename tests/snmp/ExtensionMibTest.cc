@@ -93,6 +93,7 @@ TEST_F(ExtensionMibTest, MedPoliciesInventoryLocationAndExtendedPower) {
   rich_->medCapabilitiesTlvReceivedIs(true);
   rich_->networkPolicyTlvIs(1, Lldp::NetworkPolicyTlv{1, false, true, 100, 5, 46});
   rich_->networkPolicyTlvIs(8, Lldp::NetworkPolicyTlv{8, true, false, 0, 0, 0});
+  rich_->networkPolicyTlvIs(9, Lldp::NetworkPolicyTlv{9, false, true, 7, 0, 0});  // PolicyAppType has no bit 9
   rich_->modelNameTlvInfoIs(Lldp::BoundedString32("phone-9"));
   Lldp::LocationId loc;
   loc.elin = "5551234567";
@@ -109,7 +110,8 @@ TEST_F(ExtensionMibTest, MedPoliciesInventoryLocationAndExtendedPower) {
   // Sent: capabilities, policies, location, extended power as a powered device, inventory.
   EXPECT_EQ(get(kMed + ".3.1.1.2.0.3.2"), Value::octets(bytes({0xec})));
   EXPECT_EQ(get(kMed + ".3.1.1.3.0.3.2"), Value::integer(3));
-  // Policies by application type as BITS: voice(1) is 0x40, streamingVideo(8) takes two octets.
+  // Policies by application type as BITS: voice(1) is 0x40, videoSignaling(8) takes two octets;
+  // type 9 has no row.
   EXPECT_THAT(walk(kMed + ".3.2.1.2"), ElementsAre(Pair(kMed + ".3.2.1.2.0.3.2.1.64", Value::integer(100)),
                                                    Pair(kMed + ".3.2.1.2.0.3.2.2.0.128", Value::integer(0))));
   EXPECT_EQ(get(kMed + ".3.2.1.4.0.3.2.1.64"), Value::integer(46));
