@@ -372,12 +372,15 @@ for ps in neighbours['portStatus']:
             expect('lldpXdot3RemPowerMDISupported', row, INT, truth(v['pseMdiPowerSupported']))
             expect('lldpXdot3RemPowerMDIEnabled', row, INT, truth(v['pseMdiPowerEnabled']))
             expect('lldpXdot3RemPowerPairControlable', row, INT, truth(v['psePairsControlAbility']))
-            expect('lldpXdot3RemPowerPairs', row, INT, v['psePowerPair'])
-            expect('lldpXdot3RemPowerClass', row, INT, v['powerClass'])
+            if v['psePowerPair'] in (1, 2):  # outside the MIB's range: absent
+                expect('lldpXdot3RemPowerPairs', row, INT, v['psePowerPair'])
+            if 1 <= v['powerClass'] <= 5:
+                expect('lldpXdot3RemPowerClass', row, INT, v['powerClass'])
         if n['linkAggregationTlvReceived']:
             v = n['linkAggregationInfo']
             expect('lldpXdot3RemLinkAggStatus', row, STR, bits(v['status'] & 3, 2))
-            expect('lldpXdot3RemLinkAggPortId', row, INT, v['portId'])
+            if v['portId'] <= 2**31 - 1:
+                expect('lldpXdot3RemLinkAggPortId', row, INT, v['portId'])
         if n['maximumFrameSizeTlvReceived']:
             expect('lldpXdot3RemMaxFrameSize', row, INT, n['maximumFrameSizeInfo'])
         if n['medCapabilitiesTlvReceived']:

@@ -214,18 +214,32 @@ second = b''.join([
 gone = sys.argv[2]
 third = b''.join([tlv(1, bytes([7]) + s('brief')), tlv(2, bytes([7]) + s('p')), tlv(3, struct.pack('!H', 1)), tlv(0, b'')])
 shutdown = second.replace(tlv(3, struct.pack('!H', 120)), tlv(3, struct.pack('!H', 0)))
+# Values the MIBs' ranges do not hold: such objects are absent rather than out of range.
+odd = b''.join([
+    tlv(1, bytes([7]) + s('odd')),
+    tlv(2, bytes([7]) + s('odd-port')),
+    tlv(3, struct.pack('!H', 120)),
+    org('0080c2', 1, struct.pack('!H', 4095)),
+    org('0080c2', 2, bytes([0x06]) + struct.pack('!H', 4095)),
+    org('0080c2', 3, struct.pack('!H', 4095) + bytes([3]) + s('bad')),
+    org('0080c2', 3, struct.pack('!H', 0) + bytes([4]) + s('zero')),
+    org('00120f', 2, bytes([0x0f, 3, 7])),
+    org('00120f', 3, bytes([0x03]) + struct.pack('!I', 0xffffffff)),
+    org('00aabb', 0, bytes.fromhex('00')),
+    tlv(0, b''),
+])
 sock = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
 sock.bind((intf, 0))
 dst = bytes.fromhex('0180c200000e')
-frames = [(bytes.fromhex('02aabbccdd01'), first), (bytes.fromhex('02aabbccdd02'), second)]
+frames = [(bytes.fromhex('02aabbccdd01'), first), (bytes.fromhex('02aabbccdd04'), odd), (bytes.fromhex('02aabbccdd02'), second)]
 while True:
-    if len(frames) == 2 and os.path.exists(gone):
+    if len(frames) == 3 and os.path.exists(gone):
         sock.send(dst + bytes.fromhex('02aabbccdd02') + b'\x88\xcc' + shutdown)
         sock.send(dst + bytes.fromhex('02aabbccdd03') + b'\x88\xcc' + third)
-        frames = frames[:1]
+        frames = frames[:2]
     for src, body in frames:
         sock.send(dst + src + b'\x88\xcc' + body)
-    time.sleep(0.5 if len(frames) == 1 else 2)
+    time.sleep(0.5 if len(frames) == 2 else 2)
 PY
 ip netns exec "$nsC" python3 "$work/sender.py" "$c0" "$work/gone" &
 pids+=($!)
@@ -236,10 +250,10 @@ lldpB() { "$build/lldp" --socket "$work/b.sock" "$@"; }
 target=127.0.0.1:$port
 for _ in $(seq 60); do
   rows=$(ip netns exec "$nsA" snmpbulkwalk -v2c -c public -m '' -On "$target" 1.0.8802.1.1.2.1.4.1.1.4 2>/dev/null | grep -c INTEGER || true)
-  [[ $rows -ge 3 ]] && break
+  [[ $rows -ge 4 ]] && break
   sleep 0.5
 done
-[[ $rows -ge 3 ]] || { echo "$0: the walk shows $rows neighbours, not 3" >&2; tail "$work"/*.log >&2; exit 1; }
+[[ $rows -ge 4 ]] || { echo "$0: the walk shows $rows neighbours, not 4" >&2; tail "$work"/*.log >&2; exit 1; }
 
 lldpA show statistics --json >"$work/stats.json"
 ip netns exec "$nsA" snmpbulkwalk -v2c -c public -m '' -On -Ox -Oe -Ot "$target" 1.0.8802.1.1.2 >"$work/num.walk"

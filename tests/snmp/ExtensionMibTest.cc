@@ -72,6 +72,17 @@ TEST_F(ExtensionMibTest, Dot3RowsAndLocalPowerAsAdvertised) {
   EXPECT_EQ(get(kDot3 + ".3.4.1.1.0.3.2"), Value::integer(9216));
   EXPECT_FALSE(get(kDot3 + ".3.4.1.1.0.3.1")) << "absent, not zero, for a neighbour that sent none";
 
+  // Values the MIB's ranges do not hold are absent: pairs other than signal(1) and spare(2), a
+  // power class outside 1 to 5, an aggregation port above Integer32.
+  power.psePowerPair = 3;
+  power.powerClass = 7;
+  rich_->powerViaMdiInfoIs(power);
+  rich_->linkAggregationInfoIs(Lldp::LinkAggregationInfo{0x03, 0xffffffffu});
+  EXPECT_FALSE(get(kDot3 + ".3.2.1.5.0.3.2"));
+  EXPECT_FALSE(get(kDot3 + ".3.2.1.6.0.3.2"));
+  EXPECT_FALSE(get(kDot3 + ".3.3.1.2.0.3.2"));
+  EXPECT_EQ(get(kDot3 + ".3.2.1.1.0.3.2"), Value::integer(2)) << "the rest of the row stays";
+
   // Power via MDI is a local row only while the port offers power.
   auto& config = *records_.config->portConfig(Konet::IntfId("eth1"));
   config.dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs{Lldp::PortConfig::Dot3EnabledTlvs::kPowerViaMdi |
