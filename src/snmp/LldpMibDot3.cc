@@ -3,6 +3,8 @@
 // sends no MAC/PHY configuration, so the local port table has no rows.
 #include "snmp/LldpMib.h"
 
+#include <cstdint>
+
 #include "codec/PoeUtils.h"
 
 namespace Snmp {
@@ -13,6 +15,21 @@ constexpr SubId kDot3 = 4623;  // 00-12-0F
 
 // LldpLinkAggStatusMap: aggCapable(0), aggEnabled(1).
 Value linkAggStatus(const Lldp::LinkAggregationInfo& lag) { return Value::octets(bitsText(lag.status & 0x3, 2)); }
+
+// The MIB's ranges hold less than the TLVs carry: a value outside them is absent rather than
+// served out of range.
+std::optional<Value> linkAggPortId(uint32_t portId) {
+  if (portId > INT32_MAX) return std::nullopt;
+  return Value::integer(static_cast<int32_t>(portId));
+}
+std::optional<Value> powerPairs(uint8_t pairs) {  // signal(1), spare(2)
+  if (pairs != 1 && pairs != 2) return std::nullopt;
+  return Value::integer(pairs);
+}
+std::optional<Value> powerClass(uint8_t powerClass) {  // class 0 to 4 as 1 to 5
+  if (powerClass < 1 || powerClass > 5) return std::nullopt;
+  return Value::integer(powerClass);
+}
 
 // The first octets of the Power Via MDI TLV the agent sends on the port.
 struct LocalPower {
@@ -50,16 +67,14 @@ void addLldpDot3Mib(MibTree& tree, LldpMibData& data) {
                 {2, powerColumn([](const LocalPower& p) { return Value::truth(p.support & 0x2); })},
                 {3, powerColumn([](const LocalPower& p) { return Value::truth(p.support & 0x4); })},
                 {4, powerColumn([](const LocalPower& p) { return Value::truth(p.support & 0x8); })},
-                {5, powerColumn([](const LocalPower& p) { return Value::integer(p.pairs); })},
-                {6, powerColumn([](const LocalPower& p) { return Value::integer(p.powerClass); })}});
+                {5, [](const Row& r) { return powerPairs(localPower(portOf(r))->pairs); }},
+                {6, [](const Row& r) { return powerClass(localPower(portOf(r))->powerClass); }}});
   auto linkAgg = std::make_shared<PortRows>(&data.ports(), [](const PortEntry& p) {
     return p.local && p.config && p.config->dot3EnabledTlvs().linkAggregation();
   });
   tree.tableIs(extensionOid(kDot3, {2, 3, 1}), linkAgg,
                {{1, [](const Row& r) -> std::optional<Value> { return linkAggStatus(portOf(r).local->linkAggregationInfo()); }},
-                {2, [](const Row& r) -> std::optional<Value> {
-                   return Value::integer(static_cast<int32_t>(portOf(r).local->linkAggregationInfo().portId));
-                 }}});
+                {2, [](const Row& r) { return linkAggPortId(portOf(r).local->linkAggregationInfo().portId); }}});
   auto frameSize = std::make_shared<PortRows>(&data.ports(), [](const PortEntry& p) {
     return p.local && p.config && p.config->dot3EnabledTlvs().maxFrameSize();
   });
@@ -88,16 +103,14 @@ void addLldpDot3Mib(MibTree& tree, LldpMibData& data) {
                 {2, [powerOf](const Row& r) -> std::optional<Value> { return Value::truth(powerOf(r).pseMdiPowerSupported); }},
                 {3, [powerOf](const Row& r) -> std::optional<Value> { return Value::truth(powerOf(r).pseMdiPowerEnabled); }},
                 {4, [powerOf](const Row& r) -> std::optional<Value> { return Value::truth(powerOf(r).psePairsControlAbility); }},
-                {5, [powerOf](const Row& r) -> std::optional<Value> { return Value::integer(powerOf(r).psePowerPair); }},
-                {6, [powerOf](const Row& r) -> std::optional<Value> { return Value::integer(powerOf(r).powerClass); }}});
+                {5, [powerOf](const Row& r) { return powerPairs(powerOf(r).psePowerPair); }},
+                {6, [powerOf](const Row& r) { return powerClass(powerOf(r).powerClass); }}});
 
   auto remLinkAgg = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->linkAggregationTlvReceived(); });
   tree.tableIs(extensionOid(kDot3, {3, 3, 1}), remLinkAgg,
                {{1, [](const Row& r) -> std::optional<Value> { return linkAggStatus(remoteOf(r).linkAggregationInfo()); }},
-                {2, [](const Row& r) -> std::optional<Value> {
-                   return Value::integer(static_cast<int32_t>(remoteOf(r).linkAggregationInfo().portId));
-                 }}});
+                {2, [](const Row& r) { return linkAggPortId(remoteOf(r).linkAggregationInfo().portId); }}});
   auto remFrameSize = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->maximumFrameSizeTlvReceived(); });
   tree.tableIs(extensionOid(kDot3, {3, 4, 1}), remFrameSize,

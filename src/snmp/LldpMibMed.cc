@@ -11,6 +11,9 @@ namespace {
 constexpr SubId kMed = 4795;  // 00-12-BB
 constexpr uint8_t kExtendedPowerSubtype = 4;
 
+// PolicyAppType names application types 0 to 8: a policy of another type has no row.
+constexpr uint8_t kMaxPolicyAppType = 8;
+
 // Network policy rows: the application type as BITS with its one bit set.
 Oid policyIndex(uint8_t appType) {
   Oid index;
@@ -128,7 +131,9 @@ void addLldpMedMib(MibTree& tree, LldpMibData& data) {
   auto localPolicies = std::make_shared<PortRows>(
       &data.ports(), [](const PortEntry& p) { return p.local && p.local->localNetworkPolicyTlvs() > 0; },
       [](const PortEntry& p, PortRows::Members& out) {
-        for (const auto& [app, policy] : p.local->localNetworkPolicyTlv()) out.push_back({policyIndex(app), &policy, 0});
+        for (const auto& [app, policy] : p.local->localNetworkPolicyTlv()) {
+          if (app <= kMaxPolicyAppType) out.push_back({policyIndex(app), &policy, 0});
+        }
       });
   tree.tableIs(extensionOid(kMed, {2, 1, 1}), localPolicies, policyTable());
 
@@ -156,7 +161,9 @@ void addLldpMedMib(MibTree& tree, LldpMibData& data) {
   auto policies = std::make_shared<NeighbourRows>(
       &data.neighbours(), [](const NeighbourEntry& n) { return n.remote->networkPolicyTlvs() > 0; },
       [](const NeighbourEntry& n, NeighbourRows::Members& out) {
-        for (const auto& [app, policy] : n.remote->networkPolicyTlv()) out.push_back({policyIndex(app), &policy, 0});
+        for (const auto& [app, policy] : n.remote->networkPolicyTlv()) {
+          if (app <= kMaxPolicyAppType) out.push_back({policyIndex(app), &policy, 0});
+        }
       });
   tree.tableIs(extensionOid(kMed, {3, 2, 1}), policies, policyTable());
 
@@ -171,7 +178,12 @@ void addLldpMedMib(MibTree& tree, LldpMibData& data) {
   std::vector<std::pair<SubId, ColumnFn>> inventoryColumns;
   for (SubId c = 1; c <= 7; ++c) {
     const Inventory get = kInventory[c - 1];
-    inventoryColumns.emplace_back(c, [get](const Row& r) -> std::optional<Value> { return Value::octets((remoteOf(r).*get)().view()); });
+    // An inventory TLV the neighbour did not send is absent, not an empty string.
+    inventoryColumns.emplace_back(c, [get](const Row& r) -> std::optional<Value> {
+      const Lldp::BoundedString32& text = (remoteOf(r).*get)();
+      if (text.empty()) return std::nullopt;
+      return Value::octets(text.view());
+    });
   }
   tree.tableIs(extensionOid(kMed, {3, 3, 1}), inventory, std::move(inventoryColumns));
 

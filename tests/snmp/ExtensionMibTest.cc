@@ -72,6 +72,17 @@ TEST_F(ExtensionMibTest, Dot3RowsAndLocalPowerAsAdvertised) {
   EXPECT_EQ(get(kDot3 + ".3.4.1.1.0.3.2"), Value::integer(9216));
   EXPECT_FALSE(get(kDot3 + ".3.4.1.1.0.3.1")) << "absent, not zero, for a neighbour that sent none";
 
+  // Values the MIB's ranges do not hold are absent: pairs other than signal(1) and spare(2), a
+  // power class outside 1 to 5, an aggregation port above Integer32.
+  power.psePowerPair = 3;
+  power.powerClass = 7;
+  rich_->powerViaMdiInfoIs(power);
+  rich_->linkAggregationInfoIs(Lldp::LinkAggregationInfo{0x03, 0xffffffffu});
+  EXPECT_FALSE(get(kDot3 + ".3.2.1.5.0.3.2"));
+  EXPECT_FALSE(get(kDot3 + ".3.2.1.6.0.3.2"));
+  EXPECT_FALSE(get(kDot3 + ".3.3.1.2.0.3.2"));
+  EXPECT_EQ(get(kDot3 + ".3.2.1.1.0.3.2"), Value::integer(2)) << "the rest of the row stays";
+
   // Power via MDI is a local row only while the port offers power.
   auto& config = *records_.config->portConfig(Konet::IntfId("eth1"));
   config.dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs{Lldp::PortConfig::Dot3EnabledTlvs::kPowerViaMdi |
@@ -93,6 +104,7 @@ TEST_F(ExtensionMibTest, MedPoliciesInventoryLocationAndExtendedPower) {
   rich_->medCapabilitiesTlvReceivedIs(true);
   rich_->networkPolicyTlvIs(1, Lldp::NetworkPolicyTlv{1, false, true, 100, 5, 46});
   rich_->networkPolicyTlvIs(8, Lldp::NetworkPolicyTlv{8, true, false, 0, 0, 0});
+  rich_->networkPolicyTlvIs(9, Lldp::NetworkPolicyTlv{9, false, true, 7, 0, 0});  // PolicyAppType has no bit 9
   rich_->modelNameTlvInfoIs(Lldp::BoundedString32("phone-9"));
   Lldp::LocationId loc;
   loc.elin = "5551234567";
@@ -109,13 +121,15 @@ TEST_F(ExtensionMibTest, MedPoliciesInventoryLocationAndExtendedPower) {
   // Sent: capabilities, policies, location, extended power as a powered device, inventory.
   EXPECT_EQ(get(kMed + ".3.1.1.2.0.3.2"), Value::octets(bytes({0xec})));
   EXPECT_EQ(get(kMed + ".3.1.1.3.0.3.2"), Value::integer(3));
-  // Policies by application type as BITS: voice(1) is 0x40, streamingVideo(8) takes two octets.
+  // Policies by application type as BITS: voice(1) is 0x40, videoSignaling(8) takes two octets;
+  // type 9 has no row.
   EXPECT_THAT(walk(kMed + ".3.2.1.2"), ElementsAre(Pair(kMed + ".3.2.1.2.0.3.2.1.64", Value::integer(100)),
                                                    Pair(kMed + ".3.2.1.2.0.3.2.2.0.128", Value::integer(0))));
   EXPECT_EQ(get(kMed + ".3.2.1.4.0.3.2.1.64"), Value::integer(46));
   EXPECT_EQ(get(kMed + ".3.2.1.5.0.3.2.2.0.128"), Value::truth(true));
-  EXPECT_EQ(get(kMed + ".3.3.1.6.0.3.2"), Value::octets("phone-9"));
-  EXPECT_EQ(get(kMed + ".3.3.1.1.0.3.2"), Value::octets(""));
+  // Inventory: the model name it sent, and nothing for the six strings it did not.
+  EXPECT_THAT(walk(kMed + ".3.3"), ElementsAre(Pair(kMed + ".3.3.1.6.0.3.2", Value::octets("phone-9"))));
+  EXPECT_FALSE(get(kMed + ".3.3.1.1.0.3.2"));
   EXPECT_THAT(walk(kMed + ".3.4"), ElementsAre(Pair(kMed + ".3.4.1.2.0.3.2.3", Value::octets("\x0b\x02" "DE\x03\x06" "Berlin")),
                                                Pair(kMed + ".3.4.1.2.0.3.2.4", Value::octets("5551234567"))));
   EXPECT_EQ(get(kMed + ".3.5.1.1.0.3.2"), Value::integer(3));  // pdDevice(3)
