@@ -4,7 +4,9 @@
 #include <graphviz/cgraph.h>
 #include <graphviz/gvc.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 
 #include "cli/Model.h"
@@ -166,21 +168,25 @@ Json checkJson(const WiringCheck& check) {
   return {{"schema", kJsonSchema}, {"ok", check.ok()}, {"links", std::move(links)}, {"unexpected", std::move(unexpected)}};
 }
 
-std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, std::string& error) {
-  // The parser reports errors through its own channel; the message it keeps is read below.
-  agseterr(AGMAX);
-  agseterrf([](char*) { return 0; });
-  Agraph_t* g = agmemread(dotText.c_str());
-  if (!g) {
-    char* why = aglasterr();  // the caller's to free
-    error = "not a DOT graph" + std::string(why ? ": " + std::string(why) : "");
-    std::free(why);
-    while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
-    return std::nullopt;
-  }
-  std::vector<ExpectedLink> links;
-  std::string problem;
-  for (Agnode_t* n = agfstnode(g); n && problem.empty(); n = agnxtnode(g, n)) {
+namespace {
+
+// The file in memory as a channel for the DOT reader, which reads graph after graph from it.
+struct MemoryChannel {
+  std::string_view text;
+  size_t at = 0;
+};
+
+int readMemory(void* chan, char* buf, int size) {
+  auto& c = *static_cast<MemoryChannel*>(chan);
+  const size_t n = std::min(static_cast<size_t>(size), c.text.size() - c.at);
+  std::memcpy(buf, c.text.data() + c.at, n);
+  c.at += n;
+  return static_cast<int>(n);
+}
+
+// Appends the edges of one graph; false with problem set when an edge lacks a port.
+bool edgesOf(Agraph_t* g, std::vector<ExpectedLink>& links, std::string& problem) {
+  for (Agnode_t* n = agfstnode(g); n; n = agnxtnode(g, n)) {
     for (Agedge_t* e = agfstout(g, n); e; e = agnxtout(g, e)) {
       const char* tailPort = agget(e, const_cast<char*>("tailport"));
       const char* headPort = agget(e, const_cast<char*>("headport"));
@@ -188,14 +194,46 @@ std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, st
       if (!tailPort || !*tailPort || !headPort || !*headPort) {
         problem = "the edge " + tail + " -- " + head + " needs a port at both ends, as \"" + tail +
                   "\":\"swp1\" -- \"" + head + "\":\"swp2\"";
-        break;
+        return false;
       }
       links.push_back({{tail, tailPort}, {head, headPort}});
     }
   }
-  agclose(g);
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, std::string& error) {
+  // Every graph of the file is read, to its end: a reader that stopped after the first would
+  // check a part of the wiring and pass, and so would one that took a syntax error (or a
+  // nesting too deep for the parser) for the end of the file. The parser reports errors through
+  // its own channel; the level and the message it keeps are read below.
+  agseterr(AGMAX);
+  agseterrf([](char*) { return 0; });
+  agreseterrors();
+  MemoryChannel channel{dotText};
+  Agiodisc_t io = AgIoDisc;
+  io.afread = &readMemory;
+  Agdisc_t disc{&AgMemDisc, &AgIdDisc, &io};
+  std::vector<ExpectedLink> links;
+  std::string problem;
+  size_t graphs = 0;
+  // Read to the end even after a problem: the reader keeps what it has buffered for the next call.
+  while (Agraph_t* g = agread(&channel, &disc)) {
+    ++graphs;
+    if (problem.empty()) edgesOf(g, links, problem);
+    agclose(g);
+  }
   if (!problem.empty()) {
     error = problem;
+    return std::nullopt;
+  }
+  if (agerrors() > AGWARN || graphs == 0) {
+    char* why = aglasterr();  // the caller's to free
+    error = "not a DOT graph" + std::string(why && agerrors() > AGWARN ? ": " + std::string(why) : "");
+    std::free(why);
+    while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
     return std::nullopt;
   }
   return links;

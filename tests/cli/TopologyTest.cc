@@ -148,10 +148,15 @@ TEST(WiringFileTest, RefusesWhatIsNotAWiring) {
   EXPECT_TRUE(error.starts_with("not a DOT graph")) << error;
   error.clear();
   EXPECT_FALSE(wiringOf("", error));
-  // Two cables between the same two hosts are two links.
-  auto links = wiringOf("graph { a:p1 -- b:p1; a:p2 -- b:p2 }", error);
-  ASSERT_TRUE(links);
-  EXPECT_EQ(links->size(), 2u);
+  // Whatever follows the first graph is read too: garbage, or a nesting past the parser's
+  // depth, is an error rather than a shorter wiring that passes.
+  EXPECT_FALSE(wiringOf("graph { a:p1 -- b:p1 } garbage", error));
+  EXPECT_FALSE(wiringOf("graph { " + std::string(20000, '{') + "a:p1 -- b:p1" + std::string(20000, '}') + " }", error));
+  EXPECT_TRUE(error.starts_with("not a DOT graph: syntax error")) << error;
+  // Two cables between the same two hosts are two links; the links of every graph count.
+  auto links = wiringOf("graph { a:p1 -- b:p1; a:p2 -- b:p2 } graph { c:p1 -- d:p1 }", error);
+  ASSERT_TRUE(links) << error;
+  EXPECT_EQ(links->size(), 3u);
 }
 
 TEST(TopologyRenderTest, HostileNamesSurviveTheWiringRoundTripAndThePicture) {
@@ -194,6 +199,14 @@ TEST(TopologyQueryTest, PrometheusRepliesAndAgentReplies) {
   EXPECT_EQ(error, "Prometheus answered: bad query");
   EXPECT_FALSE(fleetFromPrometheus(agents, Json::parse(R"({"status":"success","data":{"result":7}})"), error));
   EXPECT_FALSE(fleetFromPrometheus(Json::array(), neighbors, error));
+  // Fields of the wrong type are missing fields, never an exception; series without the
+  // labels of a cable are left out.
+  EXPECT_FALSE(fleetFromPrometheus(Json::parse(R"({"status":1,"error":{"x":1}})"), neighbors, error));
+  EXPECT_EQ(error, "Prometheus answered: no result");
+  fleet = fleetFromPrometheus(agents, Json::parse(R"({"status":"success","data":{"result":[
+      1, {"metric":{"job":"lldp","instance":"198.18.0.2:9808","interface":5}}, {"metric":7}]}})"), error);
+  ASSERT_TRUE(fleet) << error;
+  EXPECT_TRUE(topologyOf(*fleet).links.empty());
 
   const Json local = Json::parse(R"({"chassisIdentifier":{"subtype":4,"value":"02:00:00:00:00:01"},"sysName":"h1"})");
   const Json reply = Json::parse(R"({"portStatus":[{"intfId":"eth0","remoteSystem":[{"msap":{
