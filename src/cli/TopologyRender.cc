@@ -26,22 +26,38 @@ Json endJson(const LinkEnd& e) {
 }  // namespace
 
 std::string dotQuoted(const std::string& id) {
-  // The DOT reader takes \" for a quote and keeps every other backslash as it is; a backslash
-  // that would end up before a quote is doubled (and so reads back doubled: no form keeps it).
+  // The DOT reader takes \" for a quote, drops a backslash before a newline, and keeps a pair of
+  // backslashes as a pair. So a run of backslashes reads back as written unless an odd one ends
+  // before a quote, a newline or the closing quote, where its last backslash would pair with what
+  // follows and a quote would end the string early: such a run gets one backslash more (no form
+  // reads back as an odd run there), and a name never breaks out of its quotes.
+  // A NUL would end the document for the reader: it is left out.
   std::string out = "\"";
-  for (size_t i = 0; i < id.size(); ++i) {
-    const char c = id[i];
+  size_t run = 0;  // backslashes just written
+  auto endRun = [&](bool beforeSpecial) {
+    if (run % 2 == 1 && beforeSpecial) out += '\\';
+    run = 0;
+  };
+  for (const char c : id) {
+    if (c == '\0') continue;
+    if (c == '\\') {
+      ++run;
+      out += c;
+      continue;
+    }
+    endRun(c == '"' || c == '\n');
     if (c == '"') out += '\\';
     out += c;
-    if (c == '\\' && (i + 1 == id.size() || id[i + 1] == '"')) out += '\\';
   }
+  endRun(true);
   return out + "\"";
 }
 
-static std::string dotLabel(const std::string& text) {
+std::string dotLabel(const std::string& text) {
   // Labels take escapes of their own (\N, \l): a backslash that means itself is written twice.
   std::string out = "\"";
   for (const char c : text) {
+    if (c == '\0') continue;
     if (c == '"' || c == '\\') out += '\\';
     out += c;
   }
@@ -79,9 +95,10 @@ std::string topologyDot(const Topology& t) {
          "  node [shape=box, style=rounded, fontname=\"Helvetica\"];\n"
          "  edge [fontname=\"Helvetica\", fontsize=9, labelfontsize=9];\n";
   for (const Host& h : t.hosts) {
-    out << "  " << dotQuoted(h.name);
-    if (!h.reports) out << " [style=\"rounded,dashed\", color=gray40, tooltip=\"known only from its neighbors\"]";
-    out << ";\n";
+    // The label is the name as text: a name is not read for the label's escapes (\N, \G, \l).
+    out << "  " << dotQuoted(h.name) << " [label=" << dotLabel(h.name);
+    if (!h.reports) out << ", style=\"rounded,dashed\", color=gray40, tooltip=\"known only from its neighbors\"";
+    out << "];\n";
   }
   for (const Link& l : t.links) {
     out << "  " << dotQuoted(l.a.host) << " -- " << dotQuoted(l.b.host) << " [taillabel=" << dotLabel(l.a.port)

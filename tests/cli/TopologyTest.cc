@@ -162,13 +162,16 @@ TEST(WiringFileTest, RefusesWhatIsNotAWiring) {
 TEST(TopologyRenderTest, HostileNamesSurviveTheWiringRoundTripAndThePicture) {
   FleetReport r;
   r.agents.push_back({"x", "c1", "sw\"it\\ch \xe2\x82\xac"});
-  r.agents.push_back({"y", "c2", "b"});
+  // Backslashes before a quote and at the end: read as an escaped quote, they would let the
+  // name out of its quotes and add a node.
+  r.agents.push_back({"y", "c2", "b\\\\\" -- \"evil\\\\"});
   r.observations.push_back({"x", "eth0:1 \"q\"", "c2", "local", "e;1", "interfaceName", "b", "", ""});
   const Topology t = topologyOf(r);
   std::string error;
   auto back = wiringOf(wiringDot(t), error);
   ASSERT_TRUE(back) << error << "\n" << wiringDot(t);
   ASSERT_EQ(back->size(), 1u);
+  EXPECT_EQ(back->front().a.host, "b\\\\\" -- \"evil\\\\");
   const WiringCheck c = checkWiring(*back, t);
   EXPECT_TRUE(c.ok());
 
