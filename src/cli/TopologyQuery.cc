@@ -125,6 +125,7 @@ std::optional<Json> prometheusQuery(const std::string& baseUrl, const std::strin
   std::string body;
   char curlError[CURL_ERROR_SIZE] = "";
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");  // a Prometheus server, never a file
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &collect);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, curlError);

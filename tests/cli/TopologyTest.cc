@@ -249,6 +249,8 @@ TEST(TopologyQueryTest, ThePrometheusApiOverHttp) {
   EXPECT_EQ(lastPath, "/prom/api/v1/query");
   EXPECT_EQ(run(base), base + ": HTTP 404 with a reply that is not JSON (is this a Prometheus server?)");
   EXPECT_TRUE(run("http://127.0.0.1:1").starts_with("http://127.0.0.1:1: ")) ;
+  const std::string file = run("file:///etc");
+  EXPECT_NE(file.find("not supported"), std::string::npos) << file;
 }
 
 }  // namespace
