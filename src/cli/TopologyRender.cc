@@ -53,7 +53,7 @@ std::string dotQuoted(const std::string& id) {
   return out + "\"";
 }
 
-std::string dotLabel(const std::string& text) {
+static std::string dotLabel(const std::string& text) {
   // Labels take escapes of their own (\N, \l): a backslash that means itself is written twice.
   std::string out = "\"";
   for (const char c : text) {
