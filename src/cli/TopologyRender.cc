@@ -230,6 +230,8 @@ std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, st
   agseterrf([](char*) { return 0; });
   agreseterrors();
   MemoryChannel channel{dotText};
+  // Editors on some systems start a UTF-8 file with a byte order mark, which the reader refuses.
+  if (channel.text.starts_with("\xef\xbb\xbf")) channel.text.remove_prefix(3);
   Agiodisc_t io = AgIoDisc;
   io.afread = &readMemory;
   Agdisc_t disc{&AgMemDisc, &AgIdDisc, &io};

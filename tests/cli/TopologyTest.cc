@@ -153,8 +153,9 @@ TEST(WiringFileTest, RefusesWhatIsNotAWiring) {
   EXPECT_FALSE(wiringOf("graph { a:p1 -- b:p1 } garbage", error));
   EXPECT_FALSE(wiringOf("graph { " + std::string(20000, '{') + "a:p1 -- b:p1" + std::string(20000, '}') + " }", error));
   EXPECT_TRUE(error.starts_with("not a DOT graph: syntax error")) << error;
-  // Two cables between the same two hosts are two links; the links of every graph count.
-  auto links = wiringOf("graph { a:p1 -- b:p1; a:p2 -- b:p2 } graph { c:p1 -- d:p1 }", error);
+  // Two cables between the same two hosts are two links; the links of every graph count; a
+  // byte order mark before the first is passed over.
+  auto links = wiringOf("\xef\xbb\xbfgraph { a:p1 -- b:p1; a:p2 -- b:p2 }\r\ngraph { c:p1 -- d:p1 }", error);
   ASSERT_TRUE(links) << error;
   EXPECT_EQ(links->size(), 3u);
 }
