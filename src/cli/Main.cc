@@ -175,9 +175,14 @@ int main(int argc, char** argv) {
                                                   "with the intended wiring (see 'lldp topology --help')");
   (void)topology;  // listed in --help; run before parsing, below
 
-  // `lldp [--socket PATH] topology ARGS...`: everything after the word is lldp-topology's.
+  // `lldp [--socket PATH] [--json] topology ARGS...`: everything after the word is lldp-topology's.
+  bool topologyJson = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
+    if (word == "--json") {
+      topologyJson = true;
+      continue;
+    }
     if (word == "--socket" && i + 1 < argc) {
       socketPath = argv[++i];
       continue;
@@ -189,6 +194,7 @@ int main(int argc, char** argv) {
     if (word != "topology") break;
     std::vector<std::string> words(argv + i + 1, argv + argc);
     if (!socketPath.empty()) words.insert(words.end(), {"--socket", socketPath});
+    if (topologyJson) words.emplace_back("--json");
     return runHelper("lldp-topology", LLDP_TOPOLOGY, std::move(words), "lldp topology");
   }
 

@@ -40,6 +40,7 @@ Topology topologyOf(const FleetReport& report) {
   for (const Observation& o : report.observations) {
     auto agent = bySource.find(o.source);
     if (agent == bySource.end()) continue;  // a report whose agent did not say who it is
+    if (o.localPort.empty() || o.chassisId.empty()) continue;  // labels missing: not a cable
     const FleetAgent& a = *agent->second;
     const std::string local = !a.systemName.empty() ? a.systemName : !a.chassisId.empty() ? a.chassisId : a.source;
     std::string peer;

@@ -17,10 +17,18 @@ std::string label(const Json& metric, const char* name) {
 // The series' scrape target: what tells one agent's series from another's.
 std::string targetOf(const Json& metric) { return label(metric, "job") + "/" + label(metric, "instance"); }
 
+// A string field, or `otherwise` when it is absent, empty or of another type: replies are read as untrusted, so
+// a field of the wrong type is a missing one, never an exception.
+std::string text(const Json& j, const char* key, std::string otherwise = {}) {
+  auto it = j.find(key);
+  return it != j.end() && it->is_string() && !it->get_ref<const std::string&>().empty() ? it->get<std::string>()
+                                                                                      : otherwise;
+}
+
 // The result vector of a successful instant query, or nothing with error set.
 const Json* resultOf(const Json& reply, std::string& error) {
-  if (!reply.is_object() || reply.value("status", "") != "success") {
-    error = "Prometheus answered: " + (reply.is_object() ? reply.value("error", std::string("no result")) : "not an object");
+  if (!reply.is_object() || text(reply, "status") != "success") {
+    error = "Prometheus answered: " + (reply.is_object() ? text(reply, "error", "no result") : "not an object");
     return nullptr;
   }
   const auto data = reply.find("data");
@@ -34,11 +42,6 @@ const Json* resultOf(const Json& reply, std::string& error) {
     return nullptr;
   }
   return &*result;
-}
-
-std::string text(const Json& j, const char* key) {
-  auto it = j.find(key);
-  return it != j.end() && it->is_string() ? it->get<std::string>() : std::string();
 }
 
 const Json& child(const Json& j, const char* key) {
@@ -122,6 +125,7 @@ std::optional<Json> prometheusQuery(const std::string& baseUrl, const std::strin
   std::string body;
   char curlError[CURL_ERROR_SIZE] = "";
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");  // a Prometheus server, never a file
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &collect);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, curlError);
@@ -144,7 +148,7 @@ std::optional<Json> prometheusQuery(const std::string& baseUrl, const std::strin
     return std::nullopt;
   }
   if (status != 200) {
-    error = baseUrl + ": HTTP " + std::to_string(status) + ": " + reply.value("error", std::string("no reason given"));
+    error = baseUrl + ": HTTP " + std::to_string(status) + ": " + text(reply, "error", "no reason given");
     return std::nullopt;
   }
   return reply;
@@ -161,8 +165,8 @@ std::optional<FleetReport> prometheusFleet(const std::string& baseUrl, const std
 std::optional<FleetReport> agentFleet(AgentQuery& agent, const std::string& source, std::string& error) {
   auto ok = [&](std::optional<Json> reply) -> std::optional<Json> {
     if (!reply) return std::nullopt;
-    if (!reply->value("ok", false)) {
-      error = "the agent refused: " + child(*reply, "error").value("message", std::string("no reason given"));
+    if (auto okField = reply->find("ok"); okField == reply->end() || *okField != true) {
+      error = "the agent refused: " + text(child(*reply, "error"), "message", "no reason given");
       return std::nullopt;
     }
     return reply;
@@ -173,7 +177,7 @@ std::optional<FleetReport> agentFleet(AgentQuery& agent, const std::string& sour
                                  {"attributes", {"msap", "sysName", "portDesc", "managementAddress"}}},
                                 error));
   if (!neighbors) return std::nullopt;
-  return fleetFromAgent(*neighbors, local->value("value", Json::object()), source);
+  return fleetFromAgent(*neighbors, child(*local, "value"), source);
 }
 
 }  // namespace Cli

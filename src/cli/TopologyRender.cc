@@ -4,7 +4,9 @@
 #include <graphviz/cgraph.h>
 #include <graphviz/gvc.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 
 #include "cli/Model.h"
@@ -24,15 +26,30 @@ Json endJson(const LinkEnd& e) {
 }  // namespace
 
 std::string dotQuoted(const std::string& id) {
-  // The DOT reader takes \" for a quote and keeps every other backslash as it is; a backslash
-  // that would end up before a quote is doubled (and so reads back doubled: no form keeps it).
+  // The DOT reader takes \" for a quote, drops a backslash before a newline, and keeps a pair of
+  // backslashes as a pair. So a run of backslashes reads back as written unless an odd one ends
+  // before a quote, a newline or the closing quote, where its last backslash would pair with what
+  // follows and a quote would end the string early: such a run gets one backslash more (no form
+  // reads back as an odd run there), and a name never breaks out of its quotes.
+  // A NUL would end the document for the reader: it is left out.
   std::string out = "\"";
-  for (size_t i = 0; i < id.size(); ++i) {
-    const char c = id[i];
+  size_t run = 0;  // backslashes just written
+  auto endRun = [&](bool beforeSpecial) {
+    if (run % 2 == 1 && beforeSpecial) out += '\\';
+    run = 0;
+  };
+  for (const char c : id) {
+    if (c == '\0') continue;
+    if (c == '\\') {
+      ++run;
+      out += c;
+      continue;
+    }
+    endRun(c == '"' || c == '\n');
     if (c == '"') out += '\\';
     out += c;
-    if (c == '\\' && (i + 1 == id.size() || id[i + 1] == '"')) out += '\\';
   }
+  endRun(true);
   return out + "\"";
 }
 
@@ -40,6 +57,7 @@ static std::string dotLabel(const std::string& text) {
   // Labels take escapes of their own (\N, \l): a backslash that means itself is written twice.
   std::string out = "\"";
   for (const char c : text) {
+    if (c == '\0') continue;
     if (c == '"' || c == '\\') out += '\\';
     out += c;
   }
@@ -77,9 +95,10 @@ std::string topologyDot(const Topology& t) {
          "  node [shape=box, style=rounded, fontname=\"Helvetica\"];\n"
          "  edge [fontname=\"Helvetica\", fontsize=9, labelfontsize=9];\n";
   for (const Host& h : t.hosts) {
-    out << "  " << dotQuoted(h.name);
-    if (!h.reports) out << " [style=\"rounded,dashed\", color=gray40, tooltip=\"known only from its neighbors\"]";
-    out << ";\n";
+    // The label is the name as text: a name is not read for the label's escapes (\N, \G, \l).
+    out << "  " << dotQuoted(h.name) << " [label=" << dotLabel(h.name);
+    if (!h.reports) out << ", style=\"rounded,dashed\", color=gray40, tooltip=\"known only from its neighbors\"";
+    out << "];\n";
   }
   for (const Link& l : t.links) {
     out << "  " << dotQuoted(l.a.host) << " -- " << dotQuoted(l.b.host) << " [taillabel=" << dotLabel(l.a.port)
@@ -166,21 +185,25 @@ Json checkJson(const WiringCheck& check) {
   return {{"schema", kJsonSchema}, {"ok", check.ok()}, {"links", std::move(links)}, {"unexpected", std::move(unexpected)}};
 }
 
-std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, std::string& error) {
-  // The parser reports errors through its own channel; the message it keeps is read below.
-  agseterr(AGMAX);
-  agseterrf([](char*) { return 0; });
-  Agraph_t* g = agmemread(dotText.c_str());
-  if (!g) {
-    char* why = aglasterr();  // the caller's to free
-    error = "not a DOT graph" + std::string(why ? ": " + std::string(why) : "");
-    std::free(why);
-    while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
-    return std::nullopt;
-  }
-  std::vector<ExpectedLink> links;
-  std::string problem;
-  for (Agnode_t* n = agfstnode(g); n && problem.empty(); n = agnxtnode(g, n)) {
+namespace {
+
+// The file in memory as a channel for the DOT reader, which reads graph after graph from it.
+struct MemoryChannel {
+  std::string_view text;
+  size_t at = 0;
+};
+
+int readMemory(void* chan, char* buf, int size) {
+  auto& c = *static_cast<MemoryChannel*>(chan);
+  const size_t n = std::min(static_cast<size_t>(size), c.text.size() - c.at);
+  std::memcpy(buf, c.text.data() + c.at, n);
+  c.at += n;
+  return static_cast<int>(n);
+}
+
+// Appends the edges of one graph; false with problem set when an edge lacks a port.
+bool edgesOf(Agraph_t* g, std::vector<ExpectedLink>& links, std::string& problem) {
+  for (Agnode_t* n = agfstnode(g); n; n = agnxtnode(g, n)) {
     for (Agedge_t* e = agfstout(g, n); e; e = agnxtout(g, e)) {
       const char* tailPort = agget(e, const_cast<char*>("tailport"));
       const char* headPort = agget(e, const_cast<char*>("headport"));
@@ -188,14 +211,48 @@ std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, st
       if (!tailPort || !*tailPort || !headPort || !*headPort) {
         problem = "the edge " + tail + " -- " + head + " needs a port at both ends, as \"" + tail +
                   "\":\"swp1\" -- \"" + head + "\":\"swp2\"";
-        break;
+        return false;
       }
       links.push_back({{tail, tailPort}, {head, headPort}});
     }
   }
-  agclose(g);
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::vector<ExpectedLink>> wiringOf(const std::string& dotText, std::string& error) {
+  // Every graph of the file is read, to its end: a reader that stopped after the first would
+  // check a part of the wiring and pass, and so would one that took a syntax error (or a
+  // nesting too deep for the parser) for the end of the file. The parser reports errors through
+  // its own channel; the level and the message it keeps are read below.
+  agseterr(AGMAX);
+  agseterrf([](char*) { return 0; });
+  agreseterrors();
+  MemoryChannel channel{dotText};
+  // Editors on some systems start a UTF-8 file with a byte order mark, which the reader refuses.
+  if (channel.text.starts_with("\xef\xbb\xbf")) channel.text.remove_prefix(3);
+  Agiodisc_t io = AgIoDisc;
+  io.afread = &readMemory;
+  Agdisc_t disc{&AgMemDisc, &AgIdDisc, &io};
+  std::vector<ExpectedLink> links;
+  std::string problem;
+  size_t graphs = 0;
+  // Read to the end even after a problem: the reader keeps what it has buffered for the next call.
+  while (Agraph_t* g = agread(&channel, &disc)) {
+    ++graphs;
+    if (problem.empty()) edgesOf(g, links, problem);
+    agclose(g);
+  }
   if (!problem.empty()) {
     error = problem;
+    return std::nullopt;
+  }
+  if (agerrors() > AGWARN || graphs == 0) {
+    char* why = aglasterr();  // the caller's to free
+    error = "not a DOT graph" + std::string(why && agerrors() > AGWARN ? ": " + std::string(why) : "");
+    std::free(why);
+    while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
     return std::nullopt;
   }
   return links;

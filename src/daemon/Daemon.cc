@@ -239,6 +239,11 @@ bool LldpDaemon::reload(std::vector<std::string>* errors) {
     return false;
   }
   const std::vector<std::string> changed = settingsIs(*load.settings);
+  // A reload is also how an operator retries what failed with the same settings (a metrics port
+  // that was taken is free now): the listeners run even when nothing changed.
+  if (changed.empty() && !stopped_) {
+    for (const auto& fn : onSettingsChanged_) fn();
+  }
   std::string lost;
   for (const std::string& key : changed) {
     if (unsaved_.contains(key)) lost += (lost.empty() ? "" : ", ") + key;

@@ -85,7 +85,8 @@ class LldpDaemon {
   bool reload(std::vector<std::string>* errors = nullptr);
   // Applies new settings by difference; returns the keys that changed, as "interface.eth1.x".
   std::vector<std::string> settingsIs(const Settings& next);
-  // Called after each change of the running settings, however it came (reload, socket).
+  // Called after each change of the running settings, however it came (reload, socket), and
+  // after every reload: listeners apply only what differs from what they run with.
   void settingsChangedAdd(std::function<void()> fn) { onSettingsChanged_.push_back(std::move(fn)); }
 
   // Shutdown in order: the agent (packet access first), then the host sources. Idempotent.

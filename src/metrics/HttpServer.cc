@@ -99,7 +99,8 @@ bool HttpServer::listen(const ListenAddress& address, std::string& error) {
   daemon_ = MHD_start_daemon(
       MHD_USE_EPOLL | MHD_USE_ERROR_LOG | (address.family() == AF_INET6 ? MHD_USE_IPv6 : 0), 0, nullptr, nullptr,
       &HttpAccess::call, this, MHD_OPTION_LISTEN_SOCKET, fd,
-      MHD_OPTION_CONNECTION_LIMIT, options_.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+      MHD_OPTION_CONNECTION_LIMIT, options_.maxConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+      options_.maxConnectionsPerAddress, MHD_OPTION_CONNECTION_TIMEOUT,
       options_.idleTimeoutSeconds, MHD_OPTION_EXTERNAL_LOGGER, &logError, nullptr, MHD_OPTION_END);
   if (!daemon_) {
     error = address.text() + ": the HTTP library did not start";

@@ -24,6 +24,9 @@ class HttpServer {
 
   struct Options {
     unsigned maxConnections = 32;
+    // Per client address, so that one host holding idle connections cannot take every slot
+    // from the Prometheus servers that scrape.
+    unsigned maxConnectionsPerAddress = 8;
     unsigned idleTimeoutSeconds = 30;
   };
   struct Counters {

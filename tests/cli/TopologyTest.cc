@@ -148,22 +148,31 @@ TEST(WiringFileTest, RefusesWhatIsNotAWiring) {
   EXPECT_TRUE(error.starts_with("not a DOT graph")) << error;
   error.clear();
   EXPECT_FALSE(wiringOf("", error));
-  // Two cables between the same two hosts are two links.
-  auto links = wiringOf("graph { a:p1 -- b:p1; a:p2 -- b:p2 }", error);
-  ASSERT_TRUE(links);
-  EXPECT_EQ(links->size(), 2u);
+  // Whatever follows the first graph is read too: garbage, or a nesting past the parser's
+  // depth, is an error rather than a shorter wiring that passes.
+  EXPECT_FALSE(wiringOf("graph { a:p1 -- b:p1 } garbage", error));
+  EXPECT_FALSE(wiringOf("graph { " + std::string(20000, '{') + "a:p1 -- b:p1" + std::string(20000, '}') + " }", error));
+  EXPECT_TRUE(error.starts_with("not a DOT graph: syntax error")) << error;
+  // Two cables between the same two hosts are two links; the links of every graph count; a
+  // byte order mark before the first is passed over.
+  auto links = wiringOf("\xef\xbb\xbfgraph { a:p1 -- b:p1; a:p2 -- b:p2 }\r\ngraph { c:p1 -- d:p1 }", error);
+  ASSERT_TRUE(links) << error;
+  EXPECT_EQ(links->size(), 3u);
 }
 
 TEST(TopologyRenderTest, HostileNamesSurviveTheWiringRoundTripAndThePicture) {
   FleetReport r;
   r.agents.push_back({"x", "c1", "sw\"it\\ch \xe2\x82\xac"});
-  r.agents.push_back({"y", "c2", "b"});
+  // Backslashes before a quote and at the end: read as an escaped quote, they would let the
+  // name out of its quotes and add a node.
+  r.agents.push_back({"y", "c2", "b\\\\\" -- \"evil\\\\"});
   r.observations.push_back({"x", "eth0:1 \"q\"", "c2", "local", "e;1", "interfaceName", "b", "", ""});
   const Topology t = topologyOf(r);
   std::string error;
   auto back = wiringOf(wiringDot(t), error);
   ASSERT_TRUE(back) << error << "\n" << wiringDot(t);
   ASSERT_EQ(back->size(), 1u);
+  EXPECT_EQ(back->front().a.host, "b\\\\\" -- \"evil\\\\");
   const WiringCheck c = checkWiring(*back, t);
   EXPECT_TRUE(c.ok());
 
@@ -194,6 +203,14 @@ TEST(TopologyQueryTest, PrometheusRepliesAndAgentReplies) {
   EXPECT_EQ(error, "Prometheus answered: bad query");
   EXPECT_FALSE(fleetFromPrometheus(agents, Json::parse(R"({"status":"success","data":{"result":7}})"), error));
   EXPECT_FALSE(fleetFromPrometheus(Json::array(), neighbors, error));
+  // Fields of the wrong type are missing fields, never an exception; series without the
+  // labels of a cable are left out.
+  EXPECT_FALSE(fleetFromPrometheus(Json::parse(R"({"status":1,"error":{"x":1}})"), neighbors, error));
+  EXPECT_EQ(error, "Prometheus answered: no result");
+  fleet = fleetFromPrometheus(agents, Json::parse(R"({"status":"success","data":{"result":[
+      1, {"metric":{"job":"lldp","instance":"198.18.0.2:9808","interface":5}}, {"metric":7}]}})"), error);
+  ASSERT_TRUE(fleet) << error;
+  EXPECT_TRUE(topologyOf(*fleet).links.empty());
 
   const Json local = Json::parse(R"({"chassisIdentifier":{"subtype":4,"value":"02:00:00:00:00:01"},"sysName":"h1"})");
   const Json reply = Json::parse(R"({"portStatus":[{"intfId":"eth0","remoteSystem":[{"msap":{
@@ -233,6 +250,8 @@ TEST(TopologyQueryTest, ThePrometheusApiOverHttp) {
   EXPECT_EQ(lastPath, "/prom/api/v1/query");
   EXPECT_EQ(run(base), base + ": HTTP 404 with a reply that is not JSON (is this a Prometheus server?)");
   EXPECT_TRUE(run("http://127.0.0.1:1").starts_with("http://127.0.0.1:1: ")) ;
+  const std::string file = run("file:///etc");
+  EXPECT_NE(file.find("not supported"), std::string::npos) << file;
 }
 
 }  // namespace

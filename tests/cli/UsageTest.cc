@@ -116,6 +116,10 @@ TEST_F(UsageTest, NoAgentIsStatusOneWithOneLineSayingWhatToDo) {
   const Outcome run = lldp("show status --socket " + dir + "/other.sock");
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.err, HasSubstr(dir + "/other.sock"));
+  // `lldp topology` is a program of its own: the options given before the word reach it.
+  const Outcome topology = lldp("--json --socket " + dir + "/other.sock topology");
+  EXPECT_EQ(topology.status, 2);
+  EXPECT_THAT(topology.err, HasSubstr(dir + "/other.sock"));
 }
 
 TEST_F(UsageTest, PermissionDeniedIsStatusOneWithOneLineSayingWhatToDo) {

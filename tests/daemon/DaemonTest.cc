@@ -151,8 +151,13 @@ TEST_F(DaemonTest, ReloadAppliesOnlyTheDifferencesAndKeepsNeighbours) {
   EXPECT_EQ(heardByPeer()->ttl(), 300);
   EXPECT_GT(daemon_->agent()->lldpStatusLocal()->portStatus("eth1")->txFramesTotal(), sentBefore);
 
-  ASSERT_TRUE(daemon_->reload());  // the same file again changes nothing
+  // The same file again changes nothing, but its listeners hear of it: a reload is how an
+  // operator retries what failed with unchanged settings (a metrics port that was taken).
+  int heard = 0;
+  daemon_->settingsChangedAdd([&] { ++heard; });
+  ASSERT_TRUE(daemon_->reload());
   EXPECT_THAT(logs_.entries().back().arguments, ElementsAre(path_, "nothing"));
+  EXPECT_EQ(heard, 1);
 }
 
 TEST_F(DaemonTest, ReloadOfABadFileIsRefusedLoggedAndTheRunningConfigurationKept) {

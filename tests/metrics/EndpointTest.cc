@@ -22,9 +22,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Sends request to 127.0.0.1:port and reads until the server closes; "" when it cannot connect.
-std::string exchange(uint16_t port, const std::string& request) {
+// Sends request to 127.0.0.1:port from `from` and reads until the server closes; "" when it
+// cannot connect.
+std::string exchange(uint16_t port, const std::string& request, const char* from = "127.0.0.1") {
   const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in source{};
+  source.sin_family = AF_INET;
+  ::inet_pton(AF_INET, from, &source.sin_addr);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&source), sizeof source);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_port = htons(port);
@@ -56,9 +61,9 @@ struct EndpointTest : ::testing::Test {
   Platform::CapturingLogSink logs;
 
   // Runs the event loop until the exchange, made on another thread, is over.
-  std::string ask(const std::string& request) {
+  std::string ask(const std::string& request, const char* from = "127.0.0.1") {
     const uint16_t port = endpoint.server()->port();
-    auto reply = std::async(std::launch::async, [=] { return exchange(port, request); });
+    auto reply = std::async(std::launch::async, [=] { return exchange(port, request, from); });
     while (reply.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready) scheduler.runFor(0.005);
     return reply.get();
   }
@@ -92,20 +97,26 @@ TEST_F(EndpointTest, ServesThePageOnGetAndHeadAndRefusesTheRest) {
 
 TEST_F(EndpointTest, ALargePageArrivesWholeWhileAnIdleClientWaits) {
   ASSERT_TRUE(endpoint.settingsIs({"127.0.0.1:0", "", 15}).empty());
-  // A client that connects and says nothing must not hold up the scrape.
-  const int idle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  // Clients that connect and say nothing must not hold up the scrape: past its share of the
+  // connections, such a host is turned away, and a scraper from another address is served.
+  std::vector<int> idle;
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_port = htons(endpoint.server()->port());
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::connect(idle, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  for (int i = 0; i < 40; ++i) {
+    idle.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(::connect(idle.back(), reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  }
+  scheduler.runFor(0.05);
+  EXPECT_EQ(ask(get("/metrics")), "");  // the same host once more: closed at once
 
   // Far more than a socket buffer: the library writes it over many loop turns.
   pageText.clear();
   for (int i = 0; i < 40000; ++i) pageText += "lldp_port_tx_frames_total{interface=\"eth" + std::to_string(i) + "\"} 1\n";
-  const std::string reply = ask(get("/metrics"));
+  const std::string reply = ask(get("/metrics"), "127.0.0.2");
   EXPECT_TRUE(reply.ends_with(pageText)) << reply.size() << " bytes of " << pageText.size();
-  ::close(idle);
+  for (const int fd : idle) ::close(fd);
 }
 
 TEST_F(EndpointTest, AddressesThatCannotBeUsedAreReportedAndTheNextChangeTriesAgain) {
