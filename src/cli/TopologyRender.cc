@@ -9,6 +9,7 @@
 
 #include "cli/Model.h"
 #include "cli/Tables.h"
+#include "platform/Text.h"
 
 namespace Cli {
 
@@ -23,7 +24,10 @@ Json endJson(const LinkEnd& e) {
 
 }  // namespace
 
-std::string dotQuoted(const std::string& id) {
+std::string dotQuoted(const std::string& name) {
+  // A neighbour's name may carry terminal escapes and bytes that are no UTF-8, which no SVG may
+  // hold: DOT is text, and takes them escaped as people read them.
+  const std::string id = Platform::printable(name);
   // The DOT reader takes \" for a quote and keeps every other backslash as it is; a backslash
   // that would end up before a quote is doubled (and so reads back doubled: no form keeps it).
   std::string out = "\"";
@@ -36,10 +40,10 @@ std::string dotQuoted(const std::string& id) {
   return out + "\"";
 }
 
-static std::string dotLabel(const std::string& text) {
+static std::string dotLabel(const std::string& name) {
   // Labels take escapes of their own (\N, \l): a backslash that means itself is written twice.
   std::string out = "\"";
-  for (const char c : text) {
+  for (const char c : Platform::printable(name)) {
     if (c == '"' || c == '\\') out += '\\';
     out += c;
   }
