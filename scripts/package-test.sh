@@ -238,6 +238,15 @@ within 10 outside_sees "reloaded-$id" ||
   fail "the reloaded description does not reach the neighbour"
 ok "reload: a bad file fails and the agent keeps running with its neighbour; a good file applies"
 
+# The service has no CAP_CHOWN and runs in the group lldp; the packaged file is root's.
+before=$(inside stat -c '%U:%G %a' "$conf")
+inside lldp configure transmit-interval 17 >/dev/null || fail "lldp configure"
+inside lldp config save >"$work/save.out" 2>&1 || fail "lldp config save: $(cat "$work/save.out")"
+inside grep -q '^transmit-interval = 17' "$conf" || fail "the saved file lacks the change"
+inside grep -q "reloaded-$id" "$conf" || fail "the save lost the file's own lines"
+[ "$(inside stat -c '%U:%G %a' "$conf")" = "$before" ] || fail "save changed $before to $(inside stat -c '%U:%G %a' "$conf")"
+ok "lldp config save under the unit: the change is in the file, which stays $before"
+
 # --- a configuration error at start never loops; no file means the defaults --------------------
 inside sh -c "echo 'transmit-interval = 1' >> $conf"
 ! inside systemctl restart lldp-agent >/dev/null 2>&1 || fail "a start with a bad file succeeded"

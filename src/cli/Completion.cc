@@ -115,25 +115,29 @@ _lldp() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
   local intfs words="" i
   intfs=$(ls /sys/class/net 2>/dev/null)
-  if [[ $prev == --socket ]]; then
+  if [[ $prev == --socket || $prev == -o || $prev == --output ]]; then
     COMPREPLY=($(compgen -f -- "$cur"))
     return
   fi
-  if [[ $prev == --client ]]; then
+  if [[ $prev == --format ]]; then
+    COMPREPLY=($(compgen -W "table json dot svg wiring" -- "$cur"))
+    return
+  fi
+  if [[ $prev == --client || $prev == --prometheus || $prev == --selector ]]; then
     return
   fi
   # The words before this one, options left out: the command and its arguments.
   local -a given=()
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
-      --socket|--client) ((i++)) ;;
+      --socket|--client|--prometheus|--selector|--format|-o|--output) ((i++)) ;;
       -*) ;;
       *) given+=("${COMP_WORDS[i]}") ;;
     esac
   done
   local command="${given[*]}"
   case "$command" in
-    "") words="show configure unconfigure config clear tlv watch decode completion --socket --json --version --help" ;;
+    "") words="show configure unconfigure config clear tlv watch decode topology completion --socket --json --version --help" ;;
     show) words="neighbors interfaces local statistics config classification status --help" ;;
     "show neighbors"*|"show neighbours"*) words="$intfs --json --detail --help" ;;
     "show interfaces"*|"show statistics"*) words="$intfs --json --help" ;;
@@ -154,6 +158,8 @@ _lldp() {
     "tlv del") words="$intfs --client --json --help" ;;
     watch) words="--json --help" ;;
     completion) words="--help" ;;
+    topology) words="check --prometheus --selector --socket --format --json --output --help" ;;
+    "topology check"*) COMPREPLY=($(compgen -f -W "--prometheus --selector --socket --json --help" -- "$cur")); return ;;
     decode*) COMPREPLY=($(compgen -f -W "--hex --json --help" -- "$cur")); return ;;
   esac
   COMPREPLY=($(compgen -W "$words" -- "$cur"))

@@ -51,6 +51,7 @@ int runDecoder(const Cli::DecodeArgs& args) {
 // keyOptional, "interface IFACE" alone names the interface's whole section.
 bool keyArgs(std::vector<std::string> args, size_t values, bool keyOptional, std::string& intf, std::string& key,
              std::string& value) {
+  if (args.size() == 1 && args[0] == "interface") return false;  // no key is called so: IFACE is missing
   if (args.size() >= 2 && args[0] == "interface") {
     intf = args[1];
     args.erase(args.begin(), args.begin() + 2);
@@ -88,7 +89,9 @@ std::string usageError(const CLI::App& app, const CLI::ParseError& e) {
   } else if (what.find("subcommand is required") != std::string::npos) {
     std::string names;
     for (const CLI::App* sub : at->get_subcommands({})) names += (names.empty() ? "" : ", ") + sub->get_name();
-    const auto extra = at->remaining();
+    // A word that is no command of a subcommand stays with the whole command line.
+    auto extra = at->remaining();
+    if (extra.empty()) extra = app.remaining();
     what = extra.empty() ? "a command is needed: " + names
                          : "unknown command '" + extra.front() + "'; the commands are: " + names;
   } else if (!what.empty()) {

@@ -157,8 +157,9 @@ std::vector<ClassificationRow> classificationRows(const Json& reply) {
   std::vector<ClassificationRow> rows;
   for (const Json& entry : list(child(reply, "value"), "neighbor")) {
     const Json& n = child(entry, "value");
-    const uint64_t kind = number(n, "classification");
-    rows.push_back({text(entry, "key"), text(n, "intfId"), kind == 1 ? "phone" : "unclassified",
+    // The agent spells the classification out; text shows the same word.
+    const std::string kind = text(n, "classification");
+    rows.push_back({text(entry, "key"), text(n, "intfId"), kind.empty() ? "unclassified" : kind,
                     text(n, "description")});
   }
   return rows;

@@ -5,6 +5,8 @@
 #include <map>
 #include <set>
 
+#include "platform/Text.h"
+
 namespace Cli {
 
 namespace {
@@ -81,7 +83,21 @@ bool WiringCheck::ok() const {
          std::all_of(links.begin(), links.end(), [](const LinkCheck& c) { return c.verdict == LinkVerdict::ok; });
 }
 
-WiringCheck checkWiring(const std::vector<ExpectedLink>& expected, const Topology& topology) {
+WiringCheck checkWiring(const std::vector<ExpectedLink>& expectedAsGiven, const Topology& topologyAsFound) {
+  // Names are compared as the wiring file shows them: a neighbour's control characters are
+  // written escaped there (the file is text people read), so a file written by `--format wiring`
+  // matches what was found. Escaping is idempotent, so names typed by hand compare as they are.
+  const auto shown = [](LinkEnd e) {
+    return LinkEnd{Platform::printable(e.host), Platform::printable(e.port)};
+  };
+  Topology topology = topologyAsFound;
+  for (Link& link : topology.links) {
+    const bool both = link.both;
+    link = linkOf(shown(link.a), shown(link.b));
+    link.both = both;
+  }
+  std::vector<ExpectedLink> expected = expectedAsGiven;
+  for (ExpectedLink& e : expected) e = ExpectedLink{shown(e.a), shown(e.b)};
   // Every end of a link found, with what is at its other end.
   std::multimap<LinkEnd, LinkEnd> peerOf;
   std::set<std::pair<LinkEnd, LinkEnd>> found;

@@ -11,6 +11,7 @@
 
 #include "cli/Model.h"
 #include "cli/Tables.h"
+#include "platform/Text.h"
 
 namespace Cli {
 
@@ -25,7 +26,10 @@ Json endJson(const LinkEnd& e) {
 
 }  // namespace
 
-std::string dotQuoted(const std::string& id) {
+std::string dotQuoted(const std::string& name) {
+  // A neighbour's name may carry terminal escapes and bytes that are no UTF-8, which no SVG may
+  // hold: DOT is text, and takes them escaped as people read them.
+  const std::string id = Platform::printable(name);
   // The DOT reader takes \" for a quote, drops a backslash before a newline, and keeps a pair of
   // backslashes as a pair. So a run of backslashes reads back as written unless an odd one ends
   // before a quote, a newline or the closing quote, where its last backslash would pair with what
@@ -53,10 +57,10 @@ std::string dotQuoted(const std::string& id) {
   return out + "\"";
 }
 
-static std::string dotLabel(const std::string& text) {
+static std::string dotLabel(const std::string& name) {
   // Labels take escapes of their own (\N, \l): a backslash that means itself is written twice.
   std::string out = "\"";
-  for (const char c : text) {
+  for (const char c : Platform::printable(name)) {
     if (c == '\0') continue;
     if (c == '"' || c == '\\') out += '\\';
     out += c;

@@ -242,8 +242,26 @@ std::string saveConfigFile(const std::string& path, const Settings& settings, st
     struct stat made{};
     if (::fstat(fd, &made) != 0) return failed(errnoText(temp));
     if ((made.st_uid != st.st_uid || made.st_gid != st.st_gid) && ::fchown(fd, st.st_uid, st.st_gid) != 0) {
-      return failed(errnoText(file + ": cannot keep its owner " + std::to_string(st.st_uid) + " and group " +
-                              std::to_string(st.st_gid) + " (the file is left as it was)"));
+      const int why = errno;
+      const std::string refusal = errnoText(file + ": cannot keep its owner " + std::to_string(st.st_uid) +
+                                            " and group " + std::to_string(st.st_gid) + " (the file is left as it was)");
+      // The service runs in its own group without CAP_CHOWN: a new file cannot be given back a
+      // root:root file's group. The file can still be written where it lies, which keeps its
+      // owner, group and mode; the whole text is on disk beside it first, should that be cut short.
+      const int target = why == EPERM ? ::open(file.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW) : -1;
+      if (target < 0) return failed(refusal);
+      if (::fsync(fd) != 0) {
+        ::close(target);
+        return failed(errnoText(temp));
+      }
+      const bool written = writeAll(target, text) && ::ftruncate(target, static_cast<off_t>(text.size())) == 0 &&
+                           ::fsync(target) == 0;
+      const std::string error = written ? std::string() : errnoText(file);
+      ::close(target);
+      ::close(fd);
+      if (!written) return error + " (written in part; the whole text is in " + temp + ")";
+      ::unlink(temp.c_str());
+      return {};
     }
     mode = st.st_mode & 07777;
   } else {

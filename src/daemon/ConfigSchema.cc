@@ -231,6 +231,7 @@ std::string checkValue(const ConfigKey& key, const ConfigValue& value, ConfigVal
 
 std::string keyLabel(std::string_view intf, std::string_view key) {
   if (intf.empty()) return std::string(key);
+  if (key.empty()) return "interface." + std::string(intf);  // the whole section
   return "interface." + std::string(intf) + "." + std::string(key);
 }
 

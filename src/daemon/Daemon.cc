@@ -209,16 +209,35 @@ std::optional<ConfigError> LldpDaemon::set(std::string_view intf, std::string_vi
   return std::nullopt;
 }
 
-std::optional<ConfigError> LldpDaemon::setText(std::string_view intf, std::string_view key, std::string_view text) {
+namespace {
+
+std::optional<ConfigError> rootOnly(const Settings& now, const Settings& next, std::string_view key) {
+  if (now.metricsListen == next.metricsListen && now.metricsTextfile == next.metricsTextfile &&
+      now.snmpAgentxSocket == next.snmpAgentxSocket) {
+    return std::nullopt;
+  }
+  return ConfigError{std::string(key), "only root may change where the agent writes files or listens"};
+}
+
+}  // namespace
+
+std::optional<ConfigError> LldpDaemon::setText(std::string_view intf, std::string_view key, std::string_view text,
+                                               bool byRoot) {
   Settings next = settings_;
   if (auto error = ConfigSchema::setText(next, intf, key, text)) return error;
+  if (!byRoot) {
+    if (auto error = rootOnly(settings_, next, key)) return error;
+  }
   for (std::string& changed : settingsIs(next)) unsaved_.insert(std::move(changed));
   return std::nullopt;
 }
 
-std::optional<ConfigError> LldpDaemon::unset(std::string_view intf, std::string_view key) {
+std::optional<ConfigError> LldpDaemon::unset(std::string_view intf, std::string_view key, bool byRoot) {
   Settings next = settings_;
   if (auto error = ConfigSchema::unset(next, intf, key)) return error;
+  if (!byRoot) {
+    if (auto error = rootOnly(settings_, next, key)) return error;
+  }
   for (std::string& changed : settingsIs(next)) unsaved_.insert(std::move(changed));
   return std::nullopt;
 }

@@ -69,8 +69,12 @@ class LldpDaemon {
   // difference from what runs. Refusals change nothing.
   const Settings& settings() const { return settings_; }
   std::optional<ConfigError> set(std::string_view intf, std::string_view key, const ConfigValue& value);
-  std::optional<ConfigError> setText(std::string_view intf, std::string_view key, std::string_view text);
-  std::optional<ConfigError> unset(std::string_view intf, std::string_view key);
+  // A client other than root (byRoot false) may not change where the agent writes files or
+  // listens: the daemon runs as root, so such a key would let a member of the socket's group
+  // replace any file root may write.
+  std::optional<ConfigError> setText(std::string_view intf, std::string_view key, std::string_view text,
+                                     bool byRoot = true);
+  std::optional<ConfigError> unset(std::string_view intf, std::string_view key, bool byRoot = true);
   std::string renderConfig() const { return ConfigSchema::renderToml(settings_); }
   // Writes the running configuration to the configuration file; an error text or "". note, when
   // given, says what the operator should know of a save that succeeded.

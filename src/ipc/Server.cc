@@ -379,10 +379,13 @@ void Server::handleAccept() {
         acceptFailing_ = true;
         listenWatch_.reset();
         acceptClock_.timeMinIs(scheduler_.now() + options_.acceptBackoff);
+        return;
       }
-      return;  // EAGAIN: all taken
+      // The spell ends only once the backlog is empty: a descriptor freed for one connection
+      // while others still wait is no recovery worth a second warning.
+      if (errno == EAGAIN || errno == EWOULDBLOCK) acceptFailing_ = false;
+      return;
     }
-    acceptFailing_ = false;
     ucred cred{};
     socklen_t len = sizeof cred;
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 || len != sizeof cred) {

@@ -406,7 +406,7 @@ Json Service::set(const Json& request, Session& session) {
     if (value == request.end()) refuse("badRequest", "missing \"value\"");
     const std::string text = valueText(*value);
     std::string error;
-    if (!config_->configKeyIs(intf, key, text, error)) refuse("invalid", error);
+    if (!config_->configKeyIs(intf, key, text, session.peer().uid == 0, error)) refuse("invalid", error);
     changed(session, (intf.empty() ? "" : "interface " + intf + " ") + key + " set to " + text);
     return Json::object();
   }
@@ -473,7 +473,7 @@ Json Service::del(const Json& request, Session& session) {
     const std::string intf = stringField(request, "interface", false);
     // An interface without a key is its whole section.
     const std::string key = stringField(request, "key", intf.empty());
-    if (!config_->configKeyDel(intf, key, error)) refuse("invalid", error);
+    if (!config_->configKeyDel(intf, key, session.peer().uid == 0, error)) refuse("invalid", error);
     changed(session, intf.empty() ? key + " back to its default"
                      : key.empty() ? "interface " + intf + " section removed"
                                    : "interface " + intf + " " + key + " back to its default");

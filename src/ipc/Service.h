@@ -24,10 +24,11 @@ inline constexpr int kProtocolVersion = 1;
 class ConfigService {
  public:
   virtual ~ConfigService() = default;
-  virtual bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value,
+  // byRoot: the client is root, and may change every key.
+  virtual bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value, bool byRoot,
                            std::string& error) = 0;
   // Puts the key back to its default.
-  virtual bool configKeyDel(const std::string& intf, const std::string& key, std::string& error) = 0;
+  virtual bool configKeyDel(const std::string& intf, const std::string& key, bool byRoot, std::string& error) = 0;
   // The running configuration as the file would hold it.
   virtual std::string configText() const = 0;
   // Writes the running configuration back to its file, atomically; note says what the

@@ -166,6 +166,16 @@ TEST_F(CommandsTest, InterfacesAndStatisticsComeFromOneReply) {
   EXPECT_THAT(out.str(), HasSubstr("Ageouts"));
   EXPECT_THAT(out.str(), HasSubstr("Rx kernel drops"));
   EXPECT_THAT(out.str(), testing::MatchesRegex("(.|\n)*Ethernet1 +7 +0 +5 +0 +0 +0 +0 +2 +3\n(.|\n)*"));
+  // The classification as the agent spells it in its JSON.
+  out.str("");
+  agent.replies.push_back({{"ok", true},
+                           {"value",
+                            {{"neighbor",
+                              {{{"key", "02:00:00:00:00:42"},
+                                {"value", {{"intfId", "Ethernet1"}, {"classification", "phone"},
+                                           {"description", "Chassis ID 02:00:00:00:00:42"}}}}}}}}});
+  Cli::showClassification(context);
+  EXPECT_THAT(out.str(), testing::MatchesRegex("(.|\n)*02:00:00:00:00:42 +Ethernet1 +phone +Chassis ID(.|\n)*"));
 }
 
 TEST_F(CommandsTest, WatchPrintsEachNeighbourEventWithItsReason) {

@@ -52,7 +52,7 @@ struct CompletionTest : ::testing::Test {
 
 TEST_F(CompletionTest, CommandsAtEveryLevel) {
   EXPECT_THAT(offered(""), testing::IsSupersetOf({"show", "configure", "unconfigure", "config", "clear", "tlv",
-                                                  "watch", "decode", "completion"}));
+                                                  "watch", "decode", "topology", "completion"}));
   EXPECT_EQ(offered("sh"), std::set<std::string>{"show"});
   EXPECT_THAT(offered("show "), testing::IsSupersetOf({"neighbors", "interfaces", "local", "statistics", "config",
                                                        "classification", "status"}));
@@ -64,6 +64,9 @@ TEST_F(CompletionTest, CommandsAtEveryLevel) {
   EXPECT_THAT(offered("clear neighbors "), Contains("lo"));
   EXPECT_THAT(offered("tlv "), testing::IsSupersetOf({"add", "del"}));
   EXPECT_THAT(offered("tlv add "), Contains("lo"));
+  EXPECT_THAT(offered("topology "), testing::IsSupersetOf({"check", "--prometheus", "--format"}));
+  EXPECT_EQ(offered("topology --format d"), std::set<std::string>{"dot"});
+  EXPECT_THAT(offered("topology --format svg "), Contains("check")) << "an option's value is no command";
 }
 
 TEST_F(CompletionTest, KeysAndTheirValuesGlobalAndPerInterface) {

@@ -167,11 +167,13 @@ TEST(TopologyRenderTest, HostileNamesSurviveTheWiringRoundTripAndThePicture) {
   // name out of its quotes and add a node.
   r.agents.push_back({"y", "c2", "b\\\\\" -- \"evil\\\\"});
   r.observations.push_back({"x", "eth0:1 \"q\"", "c2", "local", "e;1", "interfaceName", "b", "", ""});
+  // A neighbour that is no agent, named with a terminal escape and a byte that is no UTF-8.
+  r.observations.push_back({"y", "p2", "c3", "local", "p\x07", "local", "evil\x1b[2J\xff", "", ""});
   const Topology t = topologyOf(r);
   std::string error;
   auto back = wiringOf(wiringDot(t), error);
   ASSERT_TRUE(back) << error << "\n" << wiringDot(t);
-  ASSERT_EQ(back->size(), 1u);
+  ASSERT_EQ(back->size(), 2u);
   EXPECT_EQ(back->front().a.host, "b\\\\\" -- \"evil\\\\");
   const WiringCheck c = checkWiring(*back, t);
   EXPECT_TRUE(c.ok());
@@ -183,6 +185,11 @@ TEST(TopologyRenderTest, HostileNamesSurviveTheWiringRoundTripAndThePicture) {
   EXPECT_NE(svg->find("<svg"), std::string::npos);
   EXPECT_NE(svg->find("sw&quot;it\\ch"), std::string::npos);
   EXPECT_NE(svg->find("e;1"), std::string::npos);
+  // Shown escaped: raw, they would reach a terminal, and no XML parser takes the picture.
+  for (const std::string& text : {dot, wiringDot(t), *svg}) {
+    EXPECT_EQ(text.find_first_of("\x1b\x07\xff"), std::string::npos) << text;
+  }
+  EXPECT_NE(svg->find("evil\\x1b[2J\\xff"), std::string::npos) << *svg;
   EXPECT_FALSE(svgOf("not dot {", error));
 }
 

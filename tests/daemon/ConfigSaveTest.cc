@@ -2,6 +2,7 @@
 // comments stay; the file keeps its owner, group and mode and stays behind its symbolic link;
 // and the hold time may not be shorter than the transmit interval.
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -147,6 +148,24 @@ TEST_F(ConfigSaveFileTest, TheFileKeepsItsOwnerGroupModeAndLinkAndNothingIsLeftB
     ::waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(read(real), "# mine\ntransmit-interval = 20\n");
+
+    // Its owner, in a group it may not give a new file (the service without CAP_CHOWN and a
+    // root:root file), writes it where it lies.
+    ASSERT_EQ(::chown(real.c_str(), 65533, 65534), 0);
+    const pid_t owner = ::fork();
+    if (owner == 0) {
+      if (::setgroups(0, nullptr) != 0 || ::setgid(65533) != 0 || ::setuid(65533) != 0) _exit(3);
+      settings.messageTxInterval = 25;
+      _exit(saveConfigFile(link.string(), settings).empty() ? 0 : 4);
+    }
+    ::waitpid(owner, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(read(real), "# mine\ntransmit-interval = 25\n");
+    ASSERT_EQ(::stat(real.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    EXPECT_EQ(st.st_uid, 65533u);
+    EXPECT_EQ(st.st_gid, 65534u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_ / "etc"), std::filesystem::directory_iterator()), 1);
   }
 }
 

@@ -200,6 +200,7 @@ TEST(ConfigTest, UnsetRestoresDefaultsAndRemovesPoliciesAndSections) {
   EXPECT_FALSE(ConfigSchema::unset(s, "eth1", ""));
   EXPECT_EQ(s.ports.count("eth1"), 0u);
   EXPECT_TRUE(ConfigSchema::unset(s, "eth1", "admin-status"));
+  EXPECT_EQ(ConfigSchema::unset(s, "eth1", "")->text(), "interface.eth1: the interface has no configuration");
   EXPECT_TRUE(ConfigSchema::unset(s, "", "no-such-key"));
 }
 

@@ -201,8 +201,18 @@ TEST_F(DaemonTest, ShutdownStopsTheAgentOnceAndLaterChangesOnlyRecordSettings) {
   daemon_->shutdown();
   EXPECT_EQ(daemon_->agent(), nullptr);
   daemon_->shutdown();
-  EXPECT_FALSE(daemon_->setText("", "transmit-interval", "60"));
+  EXPECT_FALSE(daemon_->setText("", "transmit-interval", "60", false));
   EXPECT_EQ(daemon_->settings().messageTxInterval, 60u);
+  // Where the agent writes and listens is root's to say: the daemon runs as root.
+  for (const auto& [key, value] : {std::pair{"metrics.textfile", "/etc/passwd"}, {"metrics.listen", "9808"},
+                                   {"snmp.agentx-socket", "/run/x"}}) {
+    const auto refused = daemon_->setText("", key, value, false);
+    ASSERT_TRUE(refused) << key;
+    EXPECT_THAT(refused->text(), testing::HasSubstr("only root")) << key;
+    EXPECT_FALSE(daemon_->setText("", key, value)) << key;
+    EXPECT_TRUE(daemon_->unset("", key, false)) << key;
+  }
+  EXPECT_EQ(daemon_->settings().metricsTextfile, "/etc/passwd");
   EXPECT_EQ(daemon_->agent(), nullptr) << "a change after shutdown starts nothing";
 }
 

@@ -30,7 +30,7 @@ struct FakeSession : Ipc::Session {
 
 struct FakeConfig : Ipc::ConfigService {
   std::vector<std::string> calls;
-  bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value,
+  bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value, bool,
                    std::string& error) override {
     if (key == "messageTxInterval" && (value == "0" || value.size() > 5)) {
       error = "messageTxInterval: " + value + " is out of range 5 to 32768";
@@ -39,7 +39,7 @@ struct FakeConfig : Ipc::ConfigService {
     calls.push_back(intf + "|" + key + "=" + value);
     return true;
   }
-  bool configKeyDel(const std::string& intf, const std::string& key, std::string&) override {
+  bool configKeyDel(const std::string& intf, const std::string& key, bool, std::string&) override {
     calls.push_back(intf + "|" + key + " deleted");
     return true;
   }

@@ -16,16 +16,16 @@ class DaemonConfig : public Ipc::ConfigService {
  public:
   explicit DaemonConfig(LldpDaemon& daemon) : daemon_(daemon) {}
 
-  bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value,
+  bool configKeyIs(const std::string& intf, const std::string& key, const std::string& value, bool byRoot,
                    std::string& error) override {
-    if (auto refused = daemon_.setText(intf, key, value)) {
+    if (auto refused = daemon_.setText(intf, key, value, byRoot)) {
       error = refused->text();
       return false;
     }
     return true;
   }
-  bool configKeyDel(const std::string& intf, const std::string& key, std::string& error) override {
-    if (auto refused = daemon_.unset(intf, key)) {
+  bool configKeyDel(const std::string& intf, const std::string& key, bool byRoot, std::string& error) override {
+    if (auto refused = daemon_.unset(intf, key, byRoot)) {
       error = refused->text();
       return false;
     }
