@@ -77,7 +77,10 @@ TEST_F(HostNetnsTest, KernelChangesReachTheRecordsAndThePeer) {
   const auto socketsBefore = HostTest::packetSockets();
   ASSERT_EQ(socketsBefore.count(ifIndexOf("uplink")), 1u);
   const Konet::EthAddr mac(2, 0xaa, 0, 0, 0, 1);
-  step("MAC", "ip link set uplink address 02:aa:00:00:00:01", [&] { return phy("uplink")->addr() == mac; },
+  step("MAC", "ip link set uplink address 02:aa:00:00:00:01", [&] {
+         const auto p = phy("uplink");
+         return p && p->addr() == mac;
+       },
        peerHears("peer0", "uplink", [&](auto& rs) { return rs.ethAddr() == mac; }));
   EXPECT_EQ(HostTest::packetSockets(), socketsBefore);
 
