@@ -1,6 +1,7 @@
 // lldp-agent: options, the configuration file, start-up with systemd readiness, signals
 // (reload, shutdown), watchdog and status, privileges.
 #include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -145,6 +146,10 @@ int main(int argc, char** argv) {
   if (cl.checkConfig) return checkConfigOnly(load, cl.configPath);
   if (!cl.traceSpec.empty() && !Platform::traceLevelsIs(cl.traceSpec)) {
     std::cerr << "--trace: '" << cl.traceSpec << "' is not a list of trace levels such as LldpAgent/8,*/2\n";
+    return 2;
+  }
+  if (!cl.user.empty() && getpwnam(cl.user.c_str()) == nullptr) {
+    std::cerr << "--user: no user '" << cl.user << "'\n";  // a bad option: the unit does not retry it
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);  // a client gone mid-reply is an error return, not a kill

@@ -262,6 +262,12 @@ bool Server::bind(std::string& error) {
     }
     gid = found->gr_gid;
   }
+  // A path that is taken by something other than a socket is refused before its lock file is
+  // made beside it (a mistyped --socket /etc/passwd leaves no /etc/passwd.lock).
+  if (struct stat st{}; ::lstat(addr.sun_path, &st) == 0 && !S_ISSOCK(st.st_mode)) {
+    error = options_.socketPath + " exists and is not a socket";
+    return false;
+  }
   // One agent per path: whoever holds the lock owns the socket file, live or stale.
   const std::string lockPath = options_.socketPath + ".lock";
   const int lockFd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);

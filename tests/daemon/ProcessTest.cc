@@ -29,6 +29,13 @@ TEST_F(ProcessTest, BadConfigurationFileExitsTwoNamingTheLine) {
   const pid_t check = spawn({LLDP_AGENT_BINARY, "--config", file("none.toml"), "--check-config"}, file("none.out"));
   EXPECT_EQ(waitFor(check, 5s), 2);
   EXPECT_THAT(readFile(file("none.out")), HasSubstr("No such file"));
+
+  // An unknown user is a bad option too: the service manager must not restart it for ever.
+  std::ofstream(file("empty.toml")) << "";
+  const pid_t user = spawn({LLDP_AGENT_BINARY, "--config", file("empty.toml"), "--user", "no-such-user-lldp"},
+                           file("user.out"));
+  EXPECT_EQ(waitFor(user, 5s), 2);
+  EXPECT_THAT(readFile(file("user.out")), HasSubstr("no user 'no-such-user-lldp'"));
 }
 
 TEST_F(ProcessTest, AnAgentRunningAsAnotherUserStillOpensPortsThatAppearLater) {

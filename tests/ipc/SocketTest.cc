@@ -135,12 +135,14 @@ TEST_F(SocketTest, AStaleSocketIsReplacedButNoOtherFile) {
   client.reset();
   server.reset();
 
+  std::filesystem::remove(path + ".lock");
   FILE* f = std::fopen(path.c_str(), "w");
   std::fclose(f);
   server = std::make_unique<Ipc::Server>(scheduler, service, options);
   std::string error;
   EXPECT_FALSE(server->listen(error));
   EXPECT_THAT(error, testing::HasSubstr("not a socket"));
+  EXPECT_FALSE(std::filesystem::exists(path + ".lock"));  // nothing made beside a file that is not ours
 }
 
 TEST_F(SocketTest, ASubscriberThatNeverReadsIsDisconnectedAndTheAgentGoesOn) {
