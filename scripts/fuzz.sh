@@ -17,7 +17,7 @@ share=$((seconds / ${#targets[@]}))
 
 "$top/scripts/setup.sh"
 CC=clang CXX=clang++ cmake -S "$top" -B "$top/build-fuzz" -G Ninja -DLLDP_FUZZ=ON \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" >/dev/null
 names=()
 for t in "${targets[@]}"; do names+=("${t%% *}"); done
 cmake --build "$top/build-fuzz" -j "$(nproc)" --target "${names[@]}" lldp-fuzz-seeds
