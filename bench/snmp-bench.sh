@@ -2,11 +2,13 @@
 # SNMP figures: a bulk walk of the LLDP remote tables with 10,000 neighbours through Debian's
 # snmpd (started here on a private AgentX socket and a free loopback port), the state socket's
 # reply times throughout, and the agent's CPU while it is walked every 10 s.
-# Usage: bench/snmp-bench.sh [build-dir] [max-repetitions]   (needs lldp-snmp-bench built)
+# Usage: bench/snmp-bench.sh [build-dir] [max-repetitions] [slow]   (needs lldp-snmp-bench built;
+# slow: without prompt CPU wake-ups during walks, as with snmp.fast-walks = false)
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$top/build}
 reps=${2:-50}
+mode=${3:-}
 bench=$build/lldp-snmp-bench
 work=$(mktemp -d)
 pids=()
@@ -30,7 +32,7 @@ mkdir "$work/persist"
 # walked are scheduled some four times slower.
 setsid snmpd -f -Lo -C -c "$work/snmpd.conf" -p "$work/snmpd.pid" --persistentDir="$work/persist" >"$work/snmpd.log" 2>&1 &
 pids+=($!)
-setsid "$bench" serve "$work/lldp.sock" "$work/agentx.sock" 100 100 >"$work/serve.out" &
+setsid "$bench" serve "$work/lldp.sock" "$work/agentx.sock" 100 100 $mode >"$work/serve.out" &
 agent=$!
 pids+=($agent)
 

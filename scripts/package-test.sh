@@ -136,8 +136,11 @@ echo "$name" >"$work/hostname"  # the agent inside advertises it
 
 # --- boot, and the network ----------------------------------------------------------------------
 say "booting the container $name"
+# The kernel's CPU latency device, as a host has it (the service binds it into its own /dev).
+latency_bind=()
+[ -c /dev/cpu_dma_latency ] && latency_bind=(--bind=/dev/cpu_dma_latency)
 systemd-nspawn --quiet -D "$root" --volatile=overlay -M "$name" -b --register=no --keep-unit \
-  --private-network --bind-ro="$work/hostname:/etc/hostname" --bind-ro="$debs:/opt/lldp-test" \
+  --private-network --bind-ro="$work/hostname:/etc/hostname" --bind-ro="$debs:/opt/lldp-test" "${latency_bind[@]}" \
   >"$work/console.log" 2>&1 </dev/null &
 nspawn_pid=$!
 # The container's init is the child of systemd-nspawn once it runs systemd (before, the child
@@ -237,6 +240,17 @@ inside systemctl reload lldp-agent || fail "systemctl reload with a good file fa
 within 10 outside_sees "reloaded-$id" ||
   fail "the reloaded description does not reach the neighbour"
 ok "reload: a bad file fails and the agent keeps running with its neighbour; a good file applies"
+
+# With the SNMP subagent on, the agent holds the CPU latency device through the sandbox.
+if [ ${#latency_bind[@]} -gt 0 ]; then
+  inside lldp configure snmp.enabled true >/dev/null || fail "lldp configure snmp.enabled true"
+  inside sh -c "ls -l /proc/$pid/fd" | grep -q /dev/cpu_dma_latency ||
+    fail "the service does not hold /dev/cpu_dma_latency: $(inside journalctl -u lldp-agent --no-pager -o cat | grep FAST_WALKS)"
+  inside lldp configure snmp.enabled false >/dev/null || fail "lldp configure snmp.enabled false"
+  ok "snmp.fast-walks: the service holds the CPU latency device through its sandbox"
+else
+  say "no /dev/cpu_dma_latency on this host: the check of snmp.fast-walks under the unit is skipped"
+fi
 
 # The service has no CAP_CHOWN and runs in the group lldp; the packaged file is root's.
 before=$(inside stat -c '%U:%G %a' "$conf")

@@ -1,7 +1,8 @@
 // Figures for the SNMP subagent: an agent-like process with many neighbours learnt through the
 // receive path, serving its state socket and the LLDP MIB over AgentX on one event thread, and
 // a prober of that state socket.
-//   lldp-snmp-bench serve STATE_SOCKET AGENTX_SOCKET PORTS PER_PORT   serves until killed
+//   lldp-snmp-bench serve STATE_SOCKET AGENTX_SOCKET PORTS PER_PORT [slow]   serves until killed
+//                         (slow: without prompt CPU wake-ups during walks, as snmp.fast-walks = false)
 //   lldp-snmp-bench probe STATE_SOCKET SECONDS                        prints reply times
 #include <algorithm>
 #include <chrono>
@@ -15,12 +16,14 @@
 #include "ipc/Client.h"
 #include "ipc/Server.h"
 #include "linux/AsioScheduler.h"
+#include "linux/CpuWakeLatency.h"
 #include "platform/Log.h"
 #include "snmp/Subagent.h"
 
 namespace {
 
-int serve(const std::string& stateSocket, const std::string& agentxSocket, size_t ports, size_t perPort) {
+int serve(const std::string& stateSocket, const std::string& agentxSocket, size_t ports, size_t perPort,
+          bool fastWalks) {
   Linux::AsioScheduler scheduler;
   Platform::StateDb db{scheduler, "1"};
   auto status = db.mountIs<Lldp::Status>("l2discovery/lldp/status/all", "w");
@@ -53,8 +56,12 @@ int serve(const std::string& stateSocket, const std::string& agentxSocket, size_
   }
   Snmp::SubagentOptions subagentOptions;
   subagentOptions.socketPath = agentxSocket;
+  // As the daemon does with snmp.fast-walks.
+  Linux::CpuWakeLatency wakeLatency;
   Snmp::Subagent subagent(scheduler, Snmp::LldpMibRecords{config, localSystem, status, devices}, subagentOptions);
-  std::printf("serving %zu neighbours on %zu ports\n", ports * perPort, ports);
+  if (fastWalks) subagent.walkingIs([&](bool walking) { wakeLatency.promptIs(walking); });
+  std::printf("serving %zu neighbours on %zu ports; prompt CPU wake-ups during walks: %s\n", ports * perPort, ports,
+              !fastWalks ? "off" : wakeLatency.available() ? "on" : wakeLatency.error().c_str());
   std::fflush(stdout);
   scheduler.run();
   return 0;
@@ -91,8 +98,10 @@ int probe(const std::string& stateSocket, double seconds) {
 int main(int argc, char** argv) {
   Platform::logSinkIs([](const Platform::LogRecord&) {});
   const std::string mode = argc > 1 ? argv[1] : "";
-  if (mode == "serve" && argc == 6) return serve(argv[2], argv[3], std::stoul(argv[4]), std::stoul(argv[5]));
+  if (mode == "serve" && (argc == 6 || (argc == 7 && std::string(argv[6]) == "slow"))) {
+    return serve(argv[2], argv[3], std::stoul(argv[4]), std::stoul(argv[5]), argc == 6);
+  }
   if (mode == "probe" && argc == 4) return probe(argv[2], std::stod(argv[3]));
-  std::fprintf(stderr, "usage: lldp-snmp-bench serve STATE_SOCKET AGENTX_SOCKET PORTS PER_PORT | probe STATE_SOCKET SECONDS\n");
+  std::fprintf(stderr, "usage: lldp-snmp-bench serve STATE_SOCKET AGENTX_SOCKET PORTS PER_PORT [slow] | probe STATE_SOCKET SECONDS\n");
   return 2;
 }

@@ -47,6 +47,7 @@ const std::vector<KeyCompletion>& completionKeys() {
       {"snmp.agentx-socket", false, ""},
       {"snmp.notifications", false, kBoolean},
       {"snmp.notification-interval", false, ""},
+      {"snmp.fast-walks", false, kBoolean},
       {"admin-status", true, "tx-rx tx rx disabled"},
       {"rx-rate-limit.enabled", true, kBoolean},
       {"rx-rate-limit.frames", true, ""},

@@ -350,6 +350,12 @@ const std::vector<ConfigKey>& configKeyTable() {
        "At most one lldpRemTablesChange notification per interval (lldpNotificationInterval).",
        setGlobal<&Settings::snmpNotificationInterval>, getGlobal<&Settings::snmpNotificationInterval>,
        resetGlobal<&Settings::snmpNotificationInterval>},
+      {"snmp.fast-walks", "", G::global, T::boolean, 0, 0, "", {}, nullptr,
+       "While the SNMP agent walks the LLDP MIB, keep idle CPUs from sleeping (the kernel's CPU latency "
+       "request, withdrawn 20 ms after the walk): the SNMP agent asks for one object at a time, and each "
+       "answer would otherwise wait for a CPU to wake.",
+       setGlobal<&Settings::snmpFastWalks>, getGlobal<&Settings::snmpFastWalks>,
+       resetGlobal<&Settings::snmpFastWalks>},
       {"admin-status", "adminStatus", G::port, T::choice, 0, 0, "",
        {"tx-rx", "tx", "rx", "disabled"}, nullptr,
        "What the port does: transmit and receive, transmit only, receive only, or nothing.", setAdminStatus,

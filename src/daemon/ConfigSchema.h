@@ -68,6 +68,7 @@ struct Settings {
   std::string snmpAgentxSocket = "/var/agentx/master";
   bool snmpNotifications = false;
   uint32_t snmpNotificationInterval = 5;
+  bool snmpFastWalks = true;
 
   std::map<std::string, PortSettings> ports;  // by interface name
 

@@ -2,6 +2,7 @@
 #include "daemon/Daemon.h"
 
 #include "daemon/TxSettingsSm.h"
+#include "linux/CpuWakeLatency.h"
 #include "linux/HostSources.h"
 #include "linux/RawSocketPam.h"
 #include "platform/FeatureToggle.h"
@@ -34,6 +35,12 @@ const Platform::LogHandle<std::string_view, std::string_view> LLDP_CONFIG_UNSAVE
      "state socket had not been saved to it; the file's values now run instead.",
      "Make the change again and save it with 'lldp config save', or write it into the file.", 0,
      {"CONFIG_FILE", "CHANGED_KEYS"}});
+const Platform::LogHandle<std::string_view> LLDP_SNMP_FAST_WALKS_UNAVAILABLE(
+    {"LLDP_SNMP_FAST_WALKS_UNAVAILABLE", Platform::Severity::info,
+     "LLDP MIB walks without prompt CPU wake-ups: %s",
+     "The agent could not ask the kernel to keep idle CPUs awake while the SNMP agent walks the LLDP MIB "
+     "(it needs root and /dev/cpu_dma_latency); walks work, only more slowly where waking a CPU is slow.",
+     "None, or set snmp.fast-walks = false to do without.", 0, {"REASON"}});
 
 // Copies the host's names into the record the agent reads, or the operator's system name
 // instead: the host sources rewrite their record on every host-name check, so the override
@@ -176,6 +183,13 @@ void LldpDaemon::doApplySnmpSettings() {
     snmp_.reset();
     return;
   }
+  if (!settings_.snmpFastWalks && cpuWakeLatency_) cpuWakeLatency_->promptIs(false);
+  if (settings_.snmpFastWalks && !cpuWakeLatency_) {
+    // Opened once and kept (it needs root, which a configured user has given up); it asks for
+    // nothing until a walk.
+    cpuWakeLatency_ = std::make_unique<Linux::CpuWakeLatency>();
+    if (!cpuWakeLatency_->available()) LLDP_SNMP_FAST_WALKS_UNAVAILABLE.emit(cpuWakeLatency_->error());
+  }
   Snmp::SubagentOptions options;
   options.socketPath = settings_.snmpAgentxSocket;
   options.settings.notifications = settings_.snmpNotifications;
@@ -190,6 +204,11 @@ void LldpDaemon::doApplySnmpSettings() {
   records.status = agent_->lldpStatusLocal();
   records.kernelNetInfo = stateDb_.lookup<KernelNetInfo::Status>("kni/ns/default/status");
   snmp_ = std::make_unique<Snmp::Subagent>(scheduler_, std::move(records), options);
+  snmp_->walkingIs([this](bool walking) { doSnmpWalking(walking); });
+}
+
+void LldpDaemon::doSnmpWalking(bool walking) {
+  if (cpuWakeLatency_) cpuWakeLatency_->promptIs(walking && settings_.snmpFastWalks);
 }
 
 void LldpDaemon::doReady() {

@@ -16,6 +16,7 @@
 #include "platform/StateDb.h"
 
 namespace Linux {
+class CpuWakeLatency;
 class HostSources;
 }
 namespace Snmp {
@@ -113,6 +114,7 @@ class LldpDaemon {
   void doStartHost();
   void doApplyHostSettings(const Settings* previous);
   void doApplySnmpSettings();
+  void doSnmpWalking(bool walking);
   void doReady();
   void doFatal(const std::string& error);
 
@@ -128,6 +130,8 @@ class LldpDaemon {
   std::unique_ptr<TxSettingsSm> txSettingsSm_;
   std::unique_ptr<Lldp::Agent::Agent> agent_;
   std::unique_ptr<Linux::HostSources> host_;
+  // Before the subagent, which reports the end of a walk as it goes.
+  std::unique_ptr<Linux::CpuWakeLatency> cpuWakeLatency_;
   std::unique_ptr<Snmp::Subagent> snmp_;
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onFatal_;

@@ -33,7 +33,8 @@ std::string errnoText(const char* what) { return std::string(what) + ": " + std:
 
 AgentxSession::AgentxSession(Platform::Scheduler& scheduler, LldpMib& mib, Options options)
     : scheduler_(scheduler), mib_(mib), options_(std::move(options)),
-      retryClock_(scheduler, [this] { handleRetryClock(); }), answerClock_(scheduler, [this] { handleAnswerClock(); }) {}
+      retryClock_(scheduler, [this] { handleRetryClock(); }), answerClock_(scheduler, [this] { handleAnswerClock(); }),
+      walkClock_(scheduler, [this] { handleWalkClock(); }) {}
 
 AgentxSession::~AgentxSession() { stop(); }
 
@@ -60,6 +61,7 @@ void AgentxSession::stop() {
   retryClock_.timeMinIs(Platform::kNever);
   answerClock_.timeMinIs(Platform::kNever);
   state_ = State::idle;
+  doWalkEnds();
 }
 
 void AgentxSession::handleRetryClock() {
@@ -115,6 +117,7 @@ void AgentxSession::doLost(const std::string& reason) {
   answerClock_.timeMinIs(Platform::kNever);
   lastError_ = reason;
   state_ = State::waiting;
+  doWalkEnds();
   if (wasReady) {
     // A master that went away (a restart, typically) is looked for again at once.
     ++counters_.disconnects;
@@ -253,7 +256,37 @@ void AgentxSession::handleResponse(const Agentx::Pdu& pdu) {
 
 uint32_t AgentxSession::masterUptimeNow() const { return uptime_.ticksAt(scheduler_.now()); }
 
+void AgentxSession::doRequestSeen() {
+  const double now = scheduler_.now();
+  const double previous = lastRequestTime_;
+  lastRequestTime_ = now;
+  if (walking_ || now - previous > options_.walkGap) return;
+  walking_ = true;
+  walkClock_.timeMinIs(now + options_.walkQuiet);
+  TRACE(agentxTrace, 6) << "AgentX walk begins";
+  if (onWalking_) onWalking_(true);
+}
+
+void AgentxSession::handleWalkClock() {
+  // Re-armed once per walkQuiet rather than on every request: a walk is many thousands of them.
+  const double quietAt = lastRequestTime_ + options_.walkQuiet;
+  if (scheduler_.now() < quietAt) {
+    walkClock_.timeMinIs(quietAt);
+    return;
+  }
+  doWalkEnds();
+}
+
+void AgentxSession::doWalkEnds() {
+  if (!walking_) return;
+  walking_ = false;
+  walkClock_.timeMinIs(Platform::kNever);
+  TRACE(agentxTrace, 6) << "AgentX walk ends";
+  if (onWalking_) onWalking_(false);
+}
+
 void AgentxSession::handleRequest(const Agentx::Pdu& request) {
+  doRequestSeen();
   Agentx::Pdu response;
   response.type = Agentx::kResponse;
   response.flags = request.flags & kNetworkByteOrder;

@@ -27,6 +27,9 @@ class AgentxSession {
     double retryInterval = 1;
     double retryMax = 30;
     size_t maxOutputBytes = 4 * 1024 * 1024;  // unsent answers before the master counts as stuck
+    // A request this soon after the previous one starts a walk; a walk ends after this quiet.
+    double walkGap = 0.002;
+    double walkQuiet = 0.02;
   };
   enum class State : uint8_t { idle, waiting, opening, registering, ready };
   struct Counters {
@@ -55,6 +58,11 @@ class AgentxSession {
   // Called when the session becomes ready, and when it is lost (with the reason).
   void readyIs(std::function<void()> fn) { onReady_ = std::move(fn); }
   void lostIs(std::function<void(const std::string&)> fn) { onLost_ = std::move(fn); }
+  // Called with true when the master starts asking in quick succession (a walk: snmpd asks for
+  // one object per request, so a walk is that many round trips), and with false once it has
+  // been quiet for walkQuiet, the session ends or the session is destroyed.
+  void walkingIs(std::function<void(bool)> fn) { onWalking_ = std::move(fn); }
+  bool walking() const { return walking_; }
 
   // Sends a notification through the master: sysUpTime.0, snmpTrapOID.0 and the objects.
   // False when no session is open.
@@ -63,6 +71,9 @@ class AgentxSession {
  private:
   void handleRetryClock();
   void handleAnswerClock();
+  void handleWalkClock();
+  void doRequestSeen();
+  void doWalkEnds();
   void doConnect();
   void doLost(const std::string& reason);
   void doSend(const Agentx::Pdu& pdu);
@@ -83,6 +94,9 @@ class AgentxSession {
   std::unique_ptr<Platform::FdWatch> writeWatch_;
   Platform::Clock retryClock_;
   Platform::Clock answerClock_;
+  Platform::Clock walkClock_;
+  double lastRequestTime_ = -1e18;
+  bool walking_ = false;
   double retryDelay_ = 0;
   std::string in_;
   std::string out_;
@@ -96,6 +110,7 @@ class AgentxSession {
   std::string lastError_;
   std::function<void()> onReady_;
   std::function<void(const std::string&)> onLost_;
+  std::function<void(bool)> onWalking_;
 };
 
 }  // namespace Snmp

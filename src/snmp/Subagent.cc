@@ -40,6 +40,9 @@ void Subagent::doStartSession() {
   session_ = std::make_unique<AgentxSession>(scheduler_, mib_, o);
   session_->readyIs([this] { LLDP_SNMP_CONNECTED.emit(options_.socketPath); });
   session_->lostIs([this](const std::string& reason) { LLDP_SNMP_DISCONNECTED.emit(options_.socketPath, reason); });
+  session_->walkingIs([this](bool walking) {
+    if (onWalking_) onWalking_(walking);
+  });
   session_->start();
 }
 

@@ -2,6 +2,7 @@
 // over AgentX, and lldpRemTablesChange notifications, throttled to one per interval.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -29,6 +30,8 @@ class Subagent : public Platform::Reactor {
   // Applies changed options: notification settings at once, a new socket by reconnecting.
   void optionsIs(const SubagentOptions& options);
   const SubagentOptions& options() const { return options_; }
+  // Called with true while the master walks the MIB and false after (AgentxSession::walkingIs).
+  void walkingIs(std::function<void(bool)> fn) { onWalking_ = std::move(fn); }
   LldpMib& mib() { return mib_; }
   AgentxSession& session() { return *session_; }
 
@@ -41,6 +44,8 @@ class Subagent : public Platform::Reactor {
   Platform::Scheduler& scheduler_;
   SubagentOptions options_;
   LldpMib mib_;
+  // Before the session: a session that ends while the subagent is destroyed still reports it.
+  std::function<void(bool)> onWalking_;
   std::unique_ptr<AgentxSession> session_;
   Platform::Clock notifyClock_;
   double lastNotifyTime_ = -1e18;

@@ -50,6 +50,13 @@ std::string stringIndex(const std::string& bytes) {
   return out;
 }
 
+// The CPU wake-up latency all requests together ask for, as the kernel's device reports it.
+int32_t cpuLatencyLimit() {
+  int32_t value = -2;
+  std::ifstream("/dev/cpu_dma_latency", std::ios::binary).read(reinterpret_cast<char*>(&value), sizeof value);
+  return value;
+}
+
 class SnmpTest : public PeersFixture {
  protected:
   void SetUp() override {
@@ -290,6 +297,7 @@ class SnmpTest : public PeersFixture {
 TEST_F(SnmpTest, WalkAgreesWithTheAgentFollowsChangesAndTheMaster) {
   ASSERT_TRUE(run("ip -n " + b_.ns + " addr add 192.0.2.2/24 dev " + b_.intf));
   startSnmpd();
+  const int32_t latencyLimit = cpuLatencyLimit();
   ASSERT_NO_FATAL_FAILURE(start(a_, "transmit-interval = 5\n" + agentxConfig()));
   ASSERT_NO_FATAL_FAILURE(start(b_, endpointConfig("phone-0", "desc-0")));
   const Json fromB = neighbourOnceIt(
@@ -304,6 +312,11 @@ TEST_F(SnmpTest, WalkAgreesWithTheAgentFollowsChangesAndTheMaster) {
   expectWalkShows(all, neighbours(a_), port);
   EXPECT_EQ(all.at(".1.0.8802.1.1.2.1.3.7.1.3." + num(port)), a_.intf);
   EXPECT_EQ(walk(".1.3.6.1.2.1.2.2.1.2." + num(port)).at(".1.3.6.1.2.1.2.2.1.2." + num(port)), a_.intf) << "ifDescr";
+  // snmp.fast-walks: A holds the kernel's CPU latency request, and asks nothing once walks end.
+  if (::access("/dev/cpu_dma_latency", W_OK) == 0) {
+    EXPECT_TRUE(run("ls -l /proc/" + num(a_.pid) + "/fd | grep -q /dev/cpu_dma_latency"));
+    EXPECT_TRUE(eventually([&] { return cpuLatencyLimit() == latencyLimit; }, 2s));
+  }
   // B's extended power, read from its TLV: a powered device asking for 13 W.
   bool pd = false;
   for (const auto& [o, v] : all) pd |= o.starts_with(kMed + ".3.7.1.1.") && v == "130";

@@ -289,5 +289,42 @@ TEST_F(AgentxSessionTest, RemTablesChangeIsSentAtMostOncePerInterval) {
   EXPECT_FALSE(notification());
 }
 
+TEST_F(AgentxSessionTest, AWalkIsReportedWhileRequestsComeBackToBack) {
+  portIs("eth1", 3);
+  neighbourIs("eth1", 1, "a");
+  FakeMaster master(path_);
+  SubagentOptions options;
+  options.socketPath = path_;
+  std::vector<bool> walking;
+  const Oid column = oid("1.0.8802.1.1.2.1.4.1.1.9");
+  const auto burst = [&](uint32_t firstId) {
+    for (uint32_t id = firstId; id < firstId + 4; ++id) master.write(master.request(kGetNext, {{column, {}, false}}, id));
+    scheduler_.runFor(0.005);
+  };
+  {
+    Subagent subagent(scheduler_, records_, options);
+    subagent.walkingIs([&](bool w) { walking.push_back(w); });
+    ASSERT_NO_FATAL_FAILURE(openSession(master));
+    // Requests far apart, as a poller of a few objects sends them: no walk.
+    ASSERT_TRUE(ask(master, master.request(kGetNext, {{column, {}, false}}, 10)));
+    ASSERT_TRUE(ask(master, master.request(kGetNext, {{column, {}, false}}, 11)));
+    EXPECT_TRUE(walking.empty());
+    // Back to back: one walk however many requests, over once the master has been quiet.
+    burst(20);
+    EXPECT_EQ(walking, (std::vector<bool>{true}));
+    scheduler_.runFor(0.06);
+    EXPECT_EQ(walking, (std::vector<bool>{true, false}));
+    // A walk ends with the session, and with the subagent.
+    burst(30);
+    master.dropClient();
+    scheduler_.runFor(0.005);
+    EXPECT_EQ(walking, (std::vector<bool>{true, false, true, false}));
+    ASSERT_NO_FATAL_FAILURE(openSession(master));
+    burst(40);
+    EXPECT_EQ(walking.size(), 5u);
+  }
+  EXPECT_EQ(walking, (std::vector<bool>{true, false, true, false, true, false}));
+}
+
 }  // namespace
 }  // namespace Snmp::Test
