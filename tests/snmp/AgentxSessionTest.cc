@@ -293,17 +293,20 @@ TEST_F(AgentxSessionTest, AWalkIsReportedWhileRequestsComeBackToBack) {
   portIs("eth1", 3);
   neighbourIs("eth1", 1, "a");
   FakeMaster master(path_);
-  SubagentOptions options;
+  AgentxSession::Options options;
   options.socketPath = path_;
+  options.walkQuiet = 0.2;  // far longer than the loop takes to see a lost master
+  options.retryInterval = 0.05;
   std::vector<bool> walking;
   const Oid column = oid("1.0.8802.1.1.2.1.4.1.1.9");
   const auto burst = [&](uint32_t firstId) {
     for (uint32_t id = firstId; id < firstId + 4; ++id) master.write(master.request(kGetNext, {{column, {}, false}}, id));
-    scheduler_.runFor(0.005);
+    scheduler_.runFor(0.01);
   };
   {
-    Subagent subagent(scheduler_, records_, options);
-    subagent.walkingIs([&](bool w) { walking.push_back(w); });
+    AgentxSession session(scheduler_, mib(), options);
+    session.walkingIs([&](bool w) { walking.push_back(w); });
+    session.start();
     ASSERT_NO_FATAL_FAILURE(openSession(master));
     // Requests far apart, as a poller of a few objects sends them: no walk.
     ASSERT_TRUE(ask(master, master.request(kGetNext, {{column, {}, false}}, 10)));
@@ -312,12 +315,12 @@ TEST_F(AgentxSessionTest, AWalkIsReportedWhileRequestsComeBackToBack) {
     // Back to back: one walk however many requests, over once the master has been quiet.
     burst(20);
     EXPECT_EQ(walking, (std::vector<bool>{true}));
-    scheduler_.runFor(0.06);
+    scheduler_.runFor(0.3);
     EXPECT_EQ(walking, (std::vector<bool>{true, false}));
-    // A walk ends with the session, and with the subagent.
+    // A walk ends with the session, and with the session's owner.
     burst(30);
     master.dropClient();
-    scheduler_.runFor(0.005);
+    scheduler_.runFor(0.05);
     EXPECT_EQ(walking, (std::vector<bool>{true, false, true, false}));
     ASSERT_NO_FATAL_FAILURE(openSession(master));
     burst(40);
