@@ -158,7 +158,6 @@ TEST_F(MedTest, ToggleOffTreatsMedAsAnUnknownOuiAndSendsNone) {
   ASSERT_TRUE(phone);
   EXPECT_FALSE(phone->medCapabilitiesTlvReceived());
   EXPECT_EQ(phone->unknownOrgDefTlvs(), 10u);
-  EXPECT_FALSE(phone->powerViaMdiInfo().dot3atExtension);
   fillLocal();
   portConfig->tiaEnabledTlvsIs(PortConfig::TiaEnabledTlvs{0x03});
   portStatus->remoteSystemIs(99, Msap{})->lldpMedTlvReceivedIs(true);

@@ -218,14 +218,6 @@ TEST_F(ReceiveTest, ManagementAddressBounds) {
   EXPECT_TRUE(traced("Invalid OID string"));
 }
 
-TEST_F(ReceiveTest, IndexesWrapAfterTheLargest) {
-  portStatus->nextRemoteSystemIndexIs(2147483647);
-  auto rs = receive(frame(""));
-  ASSERT_TRUE(rs);
-  EXPECT_EQ(rs->index(), 1);
-  EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
-}
-
 TEST_F(ReceiveTest, AfterTheWrapIndexesStillHeldArePassedOver) {
   auto fromChassis = [&](char c) {
     std::string text = kMandatory;
@@ -344,14 +336,6 @@ TEST_F(ReceiveTest, UnknownSubtypesAreTracedRaw) {
   EXPECT_TRUE(traced("Unknown chassid ID subtype A"));
   EXPECT_TRUE(traced("Unknown port ID subtype B"));
 }
-
-}  // namespace
-}  // namespace CodecTest
-
-namespace CodecTest {
-namespace {
-
-using namespace Lldp;
 
 struct ReceiveUntracedTest : PortFixture {
   ReceiveUntracedTest() { Platform::traceLevelsIs(""); }
