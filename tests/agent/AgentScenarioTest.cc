@@ -1,26 +1,11 @@
-// Whole-agent scenarios on the simulated wire: two cells' status accumulated, a telephone
-// classified and removed on link down, and link aggregation advertised.
+// Whole-agent scenarios on the simulated wire: a telephone classified and removed on link down,
+// and link aggregation advertised.
 #include "AgentFixture.h"
 
 namespace AgentTest {
 namespace {
 
 using AgentScenarioTest = AgentFixture;
-
-TEST_F(AgentScenarioTest, TwoCellsStatusIsAccumulatedAndTheSecondSupervisorGetsItsEntry) {
-  addPort("Ethernet1", 1);
-  startAgent();
-  cellDir->entryIs("2", Platform::make<Hardware::CellInfo>(2));
-  auto peerCell = Platform::ptrCast<Lldp::Status>(statusDir->entry("2"));
-  ASSERT_TRUE(peerCell) << "the active supervisor makes the standby's entry";
-
-  scheduler.runFor(5);  // the peer switch is learnt on Ethernet1
-  auto all = db.lookup<Lldp::AllStatus>("l2discovery/lldp/status/all");
-  ASSERT_EQ(localStatus()->remTablesInserts(), 1u);
-  peerCell->remTablesInsertsInc(2);  // the other supervisor's agent learnt two
-  EXPECT_EQ(all->remTablesInserts(), 3u);
-  EXPECT_TRUE(all->portStatusHas("Ethernet1"));
-}
 
 TEST_F(AgentScenarioTest, ATelephoneIsClassifiedAndRemovedOnLinkDown) {
   addPort("Ethernet1", 1);
