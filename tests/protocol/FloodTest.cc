@@ -71,13 +71,8 @@ TEST_F(FloodTest, RateLimitCountsEveryFrameOfAFloodOnce) {
   EXPECT_EQ(status->rxFramesTotal(), 10u);
   EXPECT_EQ(port->rxLldpdusRateLimited(), 1990u);
   EXPECT_EQ(port->rxLldpdus(), 1000u);
+  EXPECT_EQ(logs.count("LLDP_RX_RATELIMIT"), 1u);  // held back for a minute
 }
-
-}  // namespace
-}  // namespace ProtocolTest
-
-namespace ProtocolTest {
-namespace {
 
 TEST_F(FloodTest, FramesLostBeforeTheEngineAreCountedOnThePort) {
   pam("Ethernet1").queueLimitIs(100);

@@ -1,13 +1,10 @@
-// The agent's log messages as registered, and the receive rate-limit message across ports.
+// The receive rate-limit message across ports: limited per interface, not per agent.
 #include <gtest/gtest.h>
 
 #include "EngineFixture.h"
-#include "codec/LldpProtocol.h"
 
 namespace ProtocolTest {
 namespace {
-
-using Lldp::Agent::Protocol::LLDP_RX_RATELIMIT;
 
 // Log handles keep their rate-limit keys across tests; each test starts in a later epoch.
 double nextEpoch() {
@@ -53,34 +50,6 @@ TEST_F(RateLimitLogTest, TwoPortsLimitedInOneMinuteAreBothLogged) {
   ASSERT_EQ(rateLimitLines().size(), 2u);
   EXPECT_EQ(rateLimitLines()[0].arguments.at(0), "Ethernet11");
   EXPECT_EQ(rateLimitLines()[1].arguments.at(0), "Ethernet12");
-}
-
-// Texts are checked where the messages are emitted; what decides how they are logged is here.
-TEST(LogCatalogueTest, MessagesAreRegisteredWithTheirSeverityIntervalAndFields) {
-  struct Expected {
-    const Platform::LogHandleBase& handle;
-    Platform::Severity severity;
-    double minInterval;
-    std::vector<std::string> fields;
-  };
-  const std::vector<std::string> neighbourFields{"CHASSIS_ID", "PORT_ID", "INTERFACE"};
-  const Expected expected[] = {
-      {Lldp::LLDP_NEIGHBOR_NEW, Platform::Severity::notice, 0, neighbourFields},
-      {Lldp::LLDP_NEIGHBOR_TIMEOUT, Platform::Severity::notice, 0, neighbourFields},
-      {Lldp::LLDP_NEIGHBOR_GONE, Platform::Severity::notice, 0, neighbourFields},
-      {LLDP_RX_RATELIMIT, Platform::Severity::warning, 60, {"INTERFACE"}},
-  };
-  for (const Expected& e : expected) {
-    const Platform::LogMessage& m = e.handle.message();
-    SCOPED_TRACE(m.id);
-    EXPECT_EQ(m.severity, e.severity);
-    EXPECT_EQ(m.minInterval, e.minInterval);
-    std::vector<std::string> fields;
-    for (const char* f : m.fields) {
-      if (f) fields.emplace_back(f);
-    }
-    EXPECT_EQ(fields, e.fields);
-  }
 }
 
 }  // namespace
