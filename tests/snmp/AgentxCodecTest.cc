@@ -78,22 +78,6 @@ TEST(AgentxCodecTest, WhatTheSubagentWritesReadsBack) {
     EXPECT_EQ(back.varBinds[i].value, response.varBinds[i].value) << i;
     EXPECT_EQ(back.varBinds[i].exception, response.varBinds[i].exception) << i;
   }
-
-  Pdu open;
-  open.type = kOpen;
-  open.packetId = 1;
-  open.id = {1, 0, 8802, 1, 1, 2};
-  open.description = "lldp-agent";
-  roundTrip(open, back);
-  EXPECT_EQ(back.type, kOpen);
-
-  Pdu reg;
-  reg.type = kRegister;
-  reg.sessionId = 3;
-  reg.subtree = {1, 0, 8802, 1, 1, 2};
-  roundTrip(reg, back);
-  EXPECT_EQ(back.type, kRegister);
-  EXPECT_EQ(back.sessionId, 3u);
 }
 
 }  // namespace
