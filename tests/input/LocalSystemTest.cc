@@ -144,7 +144,6 @@ TEST_F(LocalSystemTest, NameDerivedPrioritiesFormDisjointBands) {
   EXPECT_EQ(vlan.value(), 0);  // not a VLAN interface
   EXPECT_EQ(primary("Tunnel3"), 0u);
 
-
   // Names beyond the switch layout (a host may call its ports Ethernet256) are held too.
   EXPECT_EQ(primary("Ethernet256"), 3394u + 32 * 127);
   EXPECT_EQ(primary("Ethernet1/129"), 3394u + 32 * (128 + 128 - 1));

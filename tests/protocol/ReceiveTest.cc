@@ -10,22 +10,20 @@ std::vector<uint8_t> tagged(std::vector<uint8_t> frame, uint16_t vlan) {
   return frame;
 }
 
-TEST_F(EngineFixture, TransmitOnlyPortDiscardsWhatItReceives) {
+TEST_F(EngineFixture, FramesThePortMayNotTakeAreNeitherCountedNorLearnt) {
   portConfig()->adminStatusIs(Lldp::AdminStatus::txOnly);
   fromPeer(neighbourFrame(7, 120));
   scheduler.runFor(1);
-  EXPECT_EQ(portStatus()->remoteSystems(), 0u);
-  EXPECT_EQ(portStatus()->rxFramesTotal(), 0u);
   EXPECT_TRUE(traced("LLDP Receive disabled -- discarding received LLDPDU"));
-}
 
-TEST_F(EngineFixture, WrongDestinationIsIgnored) {
+  portConfig()->adminStatusIs(Lldp::AdminStatus::txAndRx);
   auto frame = neighbourFrame(7, 120);
-  frame[5] = 0x03;
+  frame[5] = 0x03;  // not the LLDP multicast address
   fromPeer(frame);
   scheduler.runFor(1);
-  EXPECT_EQ(portStatus()->rxFramesTotal(), 0u);
   EXPECT_TRUE(traced("Received frame with incorrect DMAC -- ignoring"));
+  EXPECT_EQ(portStatus()->remoteSystems(), 0u);
+  EXPECT_EQ(portStatus()->rxFramesTotal(), 0u);
 }
 
 TEST_F(EngineFixture, SeparatelyDeliveredTagIsTracedAndDropped) {
