@@ -39,8 +39,7 @@ struct SocketTest : ::testing::Test {
   SocketTest() {
     char pattern[] = "/tmp/lldp-ipc-XXXXXX";
     dir = ::mkdtemp(pattern);
-    options.socketPath = dir + "/lldp.sock";
-    options.maxRequestBytes = 1024;
+    options.socketPath = dir + "/lldp.sock";  // with the limits the agent runs with
     cliConfig = db.mountIs<Lldp::CliConfig>("l2discovery/lldp/cliConfig", "w");
     db.inputIs("l2discovery/lldp/cliConfig");
   }
@@ -79,7 +78,7 @@ struct SocketTest : ::testing::Test {
 TEST_F(SocketTest, OversizedAndSplitRequestsAreAnsweredAndTheConnectionStaysUsable) {
   listen();
   auto client = connect();
-  auto reply = ask(*client, "{\"op\":\"get\",\"path\":\"" + std::string(5000, 'x') + "\"}");
+  auto reply = ask(*client, "{\"op\":\"get\",\"path\":\"" + std::string(70 * 1024, 'x') + "\"}");
   ASSERT_TRUE(reply);
   EXPECT_EQ((*reply)["error"]["code"], "tooLarge");
   // One request split over several writes, then two in one write.
