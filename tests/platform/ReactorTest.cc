@@ -30,12 +30,6 @@ class Hook : public Platform::Reactor {
   std::string tag_;
 };
 
-TEST(ReactorTest, HandleInitializedRunsOnceAfterConstruction) {
-  auto w = Platform::make<Widget>();
-  auto r = Platform::makeReactor<Recorder>(w);
-  EXPECT_EQ(r->log, (Log{"initialized"}));
-}
-
 TEST(ReactorTest, NestedWritesAreDeliveredSynchronouslyInOrder) {
   auto w = Platform::make<Widget>();
   Log log;

@@ -17,7 +17,10 @@ using Log = std::vector<std::string>;
 struct RecordTest : ::testing::Test {
   Widget::Ptr w = Platform::make<Widget>();
   std::unique_ptr<Recorder> r = Platform::makeReactor<Recorder>(w);
-  void SetUp() override { r->log.clear(); }
+  void SetUp() override {
+    ASSERT_EQ(r->log, Log{"initialized"});  // once, after construction
+    r->log.clear();
+  }
 };
 
 TEST_F(RecordTest, NotifiesOnlyRealChangesInWriteOrder) {
