@@ -58,23 +58,18 @@ class DownPortTest : public HostTest::HostNetnsFixture {
   std::string peerNsName() const { return HostTest::netnsName("peer"); }
 };
 
-TEST_F(DownPortTest, ADownPortOnItsOwnSocketCostsNoWakeUps) {
-  startAgent();
+// One port on a socket of its own, the next on the shared ring.
+TEST_F(DownPortTest, ADownPortCostsNoWakeUpsOnItsOwnSocketOrTheSharedRing) {
+  startAgent(1);
   peerLinkIs("dpa0", "dpb0");
+  peerLinkIs("dps0", "dpt0");
   downAndUpCostNothing("dpa0", "dpb0");
-  const auto& pam = agent->protocolRoot()->pamCollection()->intfPam(Konet::IntfId("dpa0"));
-  ASSERT_TRUE(pam);
-  const auto* raw = dynamic_cast<const Linux::RawSocketPam*>(pam.get());
+  const auto& pams = *agent->protocolRoot()->pamCollection();
+  const auto* raw = dynamic_cast<const Linux::RawSocketPam*>(pams.intfPam(Konet::IntfId("dpa0")).get());
   ASSERT_TRUE(raw);
   EXPECT_GE(raw->rxSocketErrors(), 1u);  // ENETDOWN, read once
-}
-
-TEST_F(DownPortTest, ADownPortOnTheSharedRingCostsNoWakeUps) {
-  startAgent(0);
-  peerLinkIs("dps0", "dpt0");
   downAndUpCostNothing("dps0", "dpt0");
-  EXPECT_TRUE(dynamic_cast<const Linux::SharedPortPam*>(
-      agent->protocolRoot()->pamCollection()->intfPam(Konet::IntfId("dps0")).get()));
+  EXPECT_TRUE(dynamic_cast<const Linux::SharedPortPam*>(pams.intfPam(Konet::IntfId("dps0")).get()));
 }
 
 }  // namespace

@@ -38,6 +38,11 @@ LinkFacts wire(int32_t ifIndex, const std::string& name, const std::string& kind
 class HostStateTest : public ::testing::Test {
  protected:
   void TearDown() override { Konet::IntfPlatformTable::clear(); }
+  // Files the links and flushes, as the end of a batch of kernel messages does.
+  void linksAre(std::initializer_list<LinkFacts> links) {
+    for (const LinkFacts& l : links) state.linkIs(l);
+    state.flush();
+  }
   Linux::HostRecords r = HostTest::hostRecords();
   Linux::HostState state{r};
 };
@@ -85,8 +90,7 @@ TEST_F(HostStateTest, PortStatusFollowsTheLink) {
   LinkFacts l = wire(2, "uplink");
   l.alias = "to spine 1";
   l.mtu = 9000;
-  state.linkIs(l);
-  state.flush();
+  linksAre({l});
   auto s = r.ethPhyIntfStatusDir->intfStatus("uplink");
   ASSERT_TRUE(s);
   EXPECT_EQ(s->linkStatus(), Interface::LinkStatus::linkUp);
@@ -109,8 +113,7 @@ TEST_F(HostStateTest, PortStatusFollowsTheLink) {
                         Case{IF_OPER_TESTING, IFF_UP, Interface::LinkStatus::unknown}}) {
     l.operState = static_cast<uint8_t>(c.oper);
     l.flags = c.flags;
-    state.linkIs(l);
-    state.flush();
+    linksAre({l});
     EXPECT_EQ(s->linkStatus(), c.expected) << c.oper;
   }
   // The same entity all along: watchers never saw the port go away.
@@ -146,8 +149,7 @@ TEST_F(HostStateTest, BondMembersUseTheirPermanentMacAndFollowTheBondsRole) {
   m.master = 0;
   m.slaveKind.clear();
   m.addr = Konet::EthAddr(0x0a, 0, 0, 0, 0, 13);
-  state.linkIs(m);
-  state.flush();
+  linksAre({m});
   EXPECT_EQ(lag->members(), 1u);
   EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("m13")->forwardingModel(), Interface::ForwardingModel::routed);
 }
@@ -158,9 +160,7 @@ TEST_F(HostStateTest, TeamMembersKeepTheMacTheyHadBeforeJoining) {
   state.linkIs(team);
   LinkFacts a = wire(21, "t1"), b = wire(22, "t2");
   const Konet::EthAddr ownA = a.addr, ownB = b.addr;
-  state.linkIs(a);
-  state.linkIs(b);
-  state.flush();
+  linksAre({a, b});
   auto join = [&](LinkFacts& m) {
     m.master = 20;
     m.slaveKind = "team";
@@ -192,8 +192,7 @@ TEST_F(HostStateTest, TeamMembersKeepTheMacTheyHadBeforeJoining) {
   EXPECT_EQ(state.intfWrites(), writes);
   a.master = 0;
   a.slaveKind.clear();
-  state.linkIs(a);
-  state.flush();
+  linksAre({a});
   EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("t1")->addr(), team.addr);
 }
 
@@ -203,27 +202,23 @@ TEST_F(HostStateTest, FrameSizeIsTheSmallestPortMtu) {
   big.mtu = 9000;
   small.mtu = 1500;
   mgmt.mtu = 1280;
-  for (const LinkFacts* l : {&big, &small, &mgmt}) state.linkIs(*l);
-  state.flush();
+  linksAre({big, small, mgmt});
   EXPECT_EQ(Konet::IntfId("mgmt0").kind(), Kind::management);
   EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 1518);
   small.mtu = 9216;
-  state.linkIs(small);
-  state.flush();
+  linksAre({small});
   EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 9018);
   state.intfSelectionIs(Linux::IntfSelection({}, {"p2"}));  // an excluded port does not count
   EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 9234);
   small.mtu = 65535;  // clamped to what 16 bits carry
-  state.linkIs(small);
-  state.flush();
+  linksAre({small});
   EXPECT_EQ(r.bridgingHwCapabilities->maxFrameSize(), 65535);
 }
 
 TEST_F(HostStateTest, VlanAwareBridgeGivesPvidModeAndChassisMac) {
   LinkFacts nic = wire(2, "eno1", "");
   nic.permAddr = Konet::EthAddr(0x0c, 0, 0, 0, 0, 1);
-  state.linkIs(nic);
-  state.flush();
+  linksAre({nic});
   EXPECT_EQ(r.bridgingConfig->bridgeMacAddr(), nic.permAddr);  // lowest NIC's permanent MAC
 
   LinkFacts br = wire(20, "br0", "bridge");
@@ -248,8 +243,7 @@ TEST_F(HostStateTest, VlanAwareBridgeGivesPvidModeAndChassisMac) {
   EXPECT_EQ(sw->nativeVlan().value(), 20);
 
   // A later link message does not undo the VLANs; a configured MAC beats every bridge.
-  state.linkIs(p);
-  state.flush();
+  linksAre({p});
   EXPECT_EQ(sw->nativeVlan().value(), 20);
   state.bridgeMacAddrOverrideIs(Konet::EthAddr(0x0e, 1, 2, 3, 4, 5));
   EXPECT_EQ(r.bridgingConfig->bridgeMacAddr(), Konet::EthAddr(0x0e, 1, 2, 3, 4, 5));
@@ -280,8 +274,7 @@ TEST_F(HostStateTest, Ipv4PrimarySecondaryAndVrf) {
   EXPECT_EQ(ip->vrf().str(), "default");
 
   p.master = 30;
-  state.linkIs(p);
-  state.flush();
+  linksAre({p});
   EXPECT_EQ(ip->vrf().str(), "blue");
 
   state.ip4Del(31, a);
@@ -317,32 +310,26 @@ TEST_F(HostStateTest, AddressesOfLinksThatAreNoWireAreLeftOut) {
 TEST_F(HostStateTest, APortMovedIntoOrOutOfTheManagementVrfIsMadeAgainUnderItsNewKind) {
   state.linkIs(wire(50, "mgmt", "vrf"));
   LinkFacts p = wire(51, "oob");
-  state.linkIs(p);
-  state.flush();
+  linksAre({p});
   const auto before = r.ethPhyIntfStatusDir->intfStatus("oob");
   ASSERT_TRUE(before);
   EXPECT_EQ(Konet::IntfId("oob").kind(), Kind::ethernet);
   p.master = 50;
-  state.linkIs(p);
-  state.flush();
+  linksAre({p});
   const auto inside = r.ethPhyIntfStatusDir->intfStatus("oob");
   ASSERT_TRUE(inside);
   EXPECT_NE(inside, before);
   EXPECT_EQ(Konet::IntfId("oob").kind(), Kind::management);
   EXPECT_EQ(inside->intfId().kind(), Kind::management);
   p.master = 0;
-  state.linkIs(p);
-  state.flush();
+  linksAre({p});
   EXPECT_NE(r.ethPhyIntfStatusDir->intfStatus("oob"), inside);
   EXPECT_EQ(r.ethPhyIntfStatusDir->intfStatus("oob")->intfId().kind(), Kind::ethernet);
 }
 
 TEST_F(HostStateTest, RenameMovesTheRecordsAndSelectionDropsPorts) {
-  state.linkIs(wire(2, "eth1"));
-  state.linkIs(wire(3, "eth2"));
-  state.flush();
-  state.linkIs(wire(2, "uplink"));
-  state.flush();
+  linksAre({wire(2, "eth1"), wire(3, "eth2")});
+  linksAre({wire(2, "uplink")});
   EXPECT_FALSE(r.ethPhyIntfStatusDir->intfStatusHas("eth1"));
   EXPECT_TRUE(r.ethPhyIntfStatusDir->intfStatusHas("uplink"));
   EXPECT_FALSE(r.kernelNetInfo->deviceHas("eth1"));
@@ -435,9 +422,7 @@ TEST_F(HostStateTest, ResyncWithAnUnchangedKernelRewritesNothing) {
 // reports the new link in one part, a flush files it, and the sweep at the end finds the old
 // one gone. The name's records stay, the new link's.
 TEST_F(HostStateTest, ResyncAcrossALinkMadeAgainUnderItsNameEndsWithTheKernelsState) {
-  state.linkIs(wire(5, "veth0"));
-  state.linkIs(wire(6, "other"));
-  state.flush();
+  linksAre({wire(5, "veth0"), wire(6, "other")});
   ASSERT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 5);
 
   state.resyncBegins();
@@ -458,8 +443,7 @@ TEST_F(HostStateTest, ResyncAcrossALinkMadeAgainUnderItsNameEndsWithTheKernelsSt
 
   // The same with the name moving to a link that already existed under another name.
   state.resyncBegins();
-  state.linkIs(wire(6, "veth0"));
-  state.flush();
+  linksAre({wire(6, "veth0")});
   state.sweepLinks();
   state.flush();
   EXPECT_EQ(r.allIntfStatusDir->intfStatus("veth0")->ifIndex(), 6);
@@ -553,8 +537,7 @@ TEST_F(HostStateTest, PrioritiesStayInTheirBands) {
   state.linkIs(wire(7, "eth200"));
   state.linkIs(wire(8, "mgmt77"));
   LinkFacts bond = wire(9, "bond5000", "bond");
-  state.linkIs(bond);
-  state.flush();
+  linksAre({bond});
   Lldp::ManAddrPriority prio;
   for (const char* name : {"p1", "p128", "p129", "p5000", "p100000", "eth200", "mgmt77", "bond5000", "eth999"}) {
     Lldp::Agent::Input::intfNameToVlanIdAndManAddrPriority(name, nullptr, &prio);  // asserts out of band

@@ -66,18 +66,6 @@ TEST(RingTraceTest, KeepsTheMostRecentInOrder) {
   ring.clear();
 }
 
-TEST(AssertTest, ReportsTheConditionAsWritten) {
-  auto old = Platform::assertHandlerIs(Platform::throwingAssertHandler);
-  int intfId = 3;
-  try {
-    LLDP_ASSERT(!( intfId == 3 ));
-    FAIL() << "no assertion";
-  } catch (const Platform::AssertionFailure& f) {
-    EXPECT_STREQ(f.text, "!( intfId == 3 )");
-  }
-  Platform::assertHandlerIs(old);
-}
-
 TEST(AssertDeathTest, AbortsWithTextAndRingTrace) {
   EXPECT_DEATH(
       {
