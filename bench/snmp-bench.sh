@@ -3,7 +3,9 @@
 # snmpd (started here on a private AgentX socket and a free loopback port), the state socket's
 # reply times throughout, and the agent's CPU while it is walked every 10 s.
 # Usage: bench/snmp-bench.sh [build-dir] [max-repetitions] [slow]   (needs lldp-snmp-bench built;
-# slow: without prompt CPU wake-ups during walks, as with snmp.fast-walks = false)
+# slow: without prompt CPU wake-ups during walks, as with snmp.fast-walks = false). Run it as root,
+# as the service runs: the prompt wake-ups need /dev/cpu_dma_latency (the first line says whether
+# they are on).
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$top/build}
