@@ -62,7 +62,6 @@ class AgentxSession {
   // one object per request, so a walk is that many round trips), and with false once it has
   // been quiet for walkQuiet, the session ends or the session is destroyed.
   void walkingIs(std::function<void(bool)> fn) { onWalking_ = std::move(fn); }
-  bool walking() const { return walking_; }
 
   // Sends a notification through the master: sysUpTime.0, snmpTrapOID.0 and the objects.
   // False when no session is open.
